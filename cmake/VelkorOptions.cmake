@@ -1,0 +1,41 @@
+# How this project's own code is compiled. Nothing here reaches whoever links the library.
+
+option(VELKOR_STRICT "Warnings are errors (for the project's own builds)" OFF)
+option(VELKOR_BENCH "Build the benchmarks" OFF)
+option(VELKOR_FUZZ "Build the fuzzers" OFF)
+set(VELKOR_SANITIZE "" CACHE STRING "Sanitizers to build with, for example address,undefined")
+
+# GCC's C driver would otherwise be handed the C++ library for every target that holds C++ code.
+set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")
+
+# ccache only where it is installed: a build must not need it.
+find_program(VELKOR_CCACHE ccache)
+if(VELKOR_CCACHE)
+  set(CMAKE_C_COMPILER_LAUNCHER ${VELKOR_CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${VELKOR_CCACHE})
+endif()
+
+# The recorder counts instructions in the cache before it counts them in the loop.
+set(CMAKE_C_FLAGS_RELEASE "-O2 -g1")
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g1")
+
+add_library(velkor-warnings INTERFACE)
+target_compile_options(velkor-warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wundef -Wvla -Wcast-qual -Wpointer-arith -Wconversion
+  -Wsign-conversion $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+  $<$<BOOL:${VELKOR_STRICT}>:-Werror>)
+
+add_library(velkor-sanitizers INTERFACE)
+if(VELKOR_SANITIZE)
+  target_compile_options(velkor-sanitizers INTERFACE
+    -fsanitize=${VELKOR_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(velkor-sanitizers INTERFACE -fsanitize=${VELKOR_SANITIZE})
+endif()
+
+# Code for the recorder: no exceptions, no run-time types, no C++ library at run time, 64-bit file sizes.
+add_library(velkor-firmware-code INTERFACE)
+target_compile_options(velkor-firmware-code INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
+  $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-fno-gnu-unique>)
+target_compile_definitions(velkor-firmware-code INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
+target_link_libraries(velkor-firmware-code INTERFACE velkor-warnings velkor-sanitizers)
