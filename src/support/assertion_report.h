@@ -1,0 +1,24 @@
+// Argument checks of the public functions: report to the firmware's debug stream and go on, because a recorder
+// that nobody can reach must answer a caller's mistake with a code, not with abort().
+#pragma once
+
+#include <stdio.h>
+#include <time.h>
+
+#include <velkor/firmware.h>
+
+namespace velkor {
+
+// The line, with the source file and number under which the firmware's engineers know the check.
+inline void report_assertion(const char *source, int line, const char *function, const char *expression) {
+    if (fpDebugFile == nullptr) {
+        return;
+    }
+    const time_t now = time(nullptr);
+    char stamp[26] = "";  // the size that ctime_r() asks for
+    const char *const text = ctime_r(&now, stamp);
+    fprintf(fpDebugFile, "%s%s: %d: %s: Assertion '%s' failed.\r\n", text != nullptr ? text : "", source, line,
+            function, expression);
+}
+
+}  // namespace velkor

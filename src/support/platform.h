@@ -1,0 +1,22 @@
+// What differs between the recorder and the bench, in one place.
+#pragma once
+
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace velkor {
+
+// The C library of the recorder has no gettid(); the number is 224 there and the platform's own elsewhere.
+inline long kernel_thread_id() { return syscall(SYS_gettid); }
+
+// A forked child holds only the thread that forked, but every lock that any thread held at that moment. Each file
+// with a lock that a child may need registers here how to make it usable again.
+inline void when_forked(void (*in_child)()) { pthread_atfork(nullptr, nullptr, in_child); }
+
+// The same where the lock can be held across the fork instead: nothing is called under it that takes another.
+inline void around_fork(void (*before)(), void (*in_parent)(), void (*in_child)()) {
+    pthread_atfork(before, in_parent, in_child);
+}
+
+}  // namespace velkor
