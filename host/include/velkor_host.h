@@ -1,0 +1,115 @@
+/**
+ * @file velkor_host.h
+ * libvelkor-host: stand-ins for the recorder's other libraries, so that a program built on a PC works for real.
+ * The functions that libvelkor calls are declared in velkor/firmware.h; this header is what a person at the bench
+ * asks them: what the ring holds, who runs, what each pool has in use. All functions are thread-safe.
+ */
+#ifndef VELKOR_HOST_H
+#define VELKOR_HOST_H
+
+#include <stdint.h>
+#include <stdio.h>
+
+#include <velkor/firmware.h>
+
+VELKOR_BEGIN_C
+
+/** Most ring buffers of a process; ringbuf_Create() answers 0 for one more. */
+#define VELKOR_HOST_RINGS 32
+
+/**
+ * Most runs that one ring tells apart: writes of equal length, one after the other, are one run. A write that would
+ * need one more finds the ring full, although it may have bytes left.
+ */
+#define VELKOR_HOST_RING_RUNS 4096
+
+/** What one ring buffer holds, and what went through it. */
+struct velkor_host_ring {
+    unsigned capacity; /**< bytes that it can hold */
+    unsigned held;     /**< bytes that it holds now */
+    uint64_t written;  /**< writes stored since it was made */
+    uint64_t read;     /**< successful reads since it was made */
+    uint64_t dropped;  /**< oldest writes dropped to make room (mode 1) */
+    uint64_t refused;  /**< writes refused: too long, or no room (any other mode) */
+};
+
+/**
+ * Look at ring number @p ring. Rings are numbered from 1 in the order of their making.
+ *
+ * @retval 0   @p out is filled
+ * @retval -1  there is no such ring, or @p out is NULL
+ */
+VELKOR_API int velkor_host_ring_get(unsigned ring, struct velkor_host_ring *out);
+
+/** Longest name of a pool or a thread that is kept, its terminator included. */
+#define VELKOR_HOST_NAME_SIZE 256
+
+/** What the memory service answers through VkMem_Error(). */
+enum velkor_host_memory_error {
+    VELKOR_HOST_MEMORY_OK = 0,
+    VELKOR_HOST_MEMORY_BAD_NAME = 1,  /**< VkMem_Open(): NULL or empty name */
+    VELKOR_HOST_MEMORY_TOO_MANY = 2,  /**< VkMem_Open(): no room for another pool */
+    VELKOR_HOST_MEMORY_NO_POOL = 3,   /**< the handle is no open pool */
+    VELKOR_HOST_MEMORY_LIMIT = 4,     /**< the pool's limit would be passed */
+    VELKOR_HOST_MEMORY_EXHAUSTED = 5, /**< the system has no memory, or the size is absurd */
+    VELKOR_HOST_MEMORY_NO_BLOCK = 6,  /**< not a live block of this service: NULL, a stranger's, freed before */
+    VELKOR_HOST_MEMORY_NO_TEXT = 7    /**< VkMem_Dup(): NULL text */
+};
+
+/** Most pools of a process. */
+#define VELKOR_HOST_POOLS 512
+
+/**
+ * The accounts of one memory pool. The blocks of vkmem_GlobalAlloc() are charged to a pool named "global", without
+ * their file and line.
+ */
+struct velkor_host_pool {
+    char name[VELKOR_HOST_NAME_SIZE];
+    uint64_t limit;      /**< most bytes in use at a time, 0 = no limit: the parameter of VkMem_Open() in KiB */
+    uint64_t bytes;      /**< bytes in use: what callers asked for, not what the system took for it */
+    uint64_t blocks;     /**< blocks in use */
+    uint64_t peak_bytes; /**< most bytes that were in use at a time */
+    uint64_t failures;   /**< allocating calls on this pool that failed, for whatever reason */
+};
+
+/**
+ * Look at the accounts of pool number @p pool (a handle of VkMem_Open(); they count from 0).
+ *
+ * @retval 0   @p out is filled
+ * @retval -1  there is no such pool, or @p out is NULL
+ */
+VELKOR_API int velkor_host_pool_get(unsigned pool, struct velkor_host_pool *out);
+
+/** Write a table of all pools to @p out (NULL = nowhere): a line of titles, then one line a pool. */
+VELKOR_API void velkor_host_pool_report(FILE *out);
+
+/**
+ * Most threads that the registry holds. One more takes the place of the oldest that ended without ThrInfo_Clear();
+ * when there is none such, it is not registered.
+ */
+#define VELKOR_HOST_THREADS 256
+
+/** One registered thread. */
+struct velkor_host_thread {
+    char name[VELKOR_HOST_NAME_SIZE];
+    int number;     /**< as given to ThrInfo_DoRecord() */
+    long thread;    /**< kernel thread id */
+    double seconds; /**< since it was registered, or registered again */
+    int running;    /**< 0: it ended without ThrInfo_Clear() */
+};
+
+/**
+ * Look at registered thread number @p index, counted from 0 in the order of registration. A thread that registers
+ * again replaces its record and comes last. A forked child begins with an empty registry.
+ *
+ * @retval 0   @p out is filled
+ * @retval -1  there are not so many, or @p out is NULL
+ */
+VELKOR_API int velkor_host_thread_get(unsigned index, struct velkor_host_thread *out);
+
+/** Write a table of all registered threads to @p out (NULL = nowhere): a line of titles, then one line a thread. */
+VELKOR_API void velkor_host_thread_report(FILE *out);
+
+VELKOR_END_C
+
+#endif
