@@ -7,8 +7,12 @@
  * registered from the start, 255 is the most. Pools belong to the firmware's memory service (firmware.h); they
  * are opened at the first allocation that needs them and never closed.
  *
- * All functions are thread-safe. The handle and the failure code are the service's; a failed allocation is
- * logged with the caller's file and line.
+ * All functions are thread-safe, and usable in a forked child. The handle and the failure code are the service's;
+ * a failed allocation is logged with the caller's file and line.
+ *
+ * File names are compared as texts, so they may stand anywhere, also in a buffer that is used again; they are not
+ * kept. The pools of the first 512 names of at most 123 characters are remembered, and found again in a few
+ * nanoseconds without a lock; for any other name all modules are searched each time, under a lock.
  *
  *     char *frame = dvrMalloc(size, __FILE__, __LINE__);
  *     ...
@@ -25,7 +29,8 @@ VELKOR_BEGIN_C
 
 /**
  * Register a module name behind those that are registered. Names are not checked for repetition; the earlier
- * record wins.
+ * record wins. A short name registered early takes every path that contains it, an empty one every path at all.
+ * Blocks that a file already has stay on the account where they are.
  *
  * @param name       its first 255 characters are kept
  * @param parameter  handed to the memory service when the pool is opened

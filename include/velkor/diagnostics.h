@@ -14,7 +14,8 @@
  *
  * Keys stand at the start of their line; blanks after "=" belong to the value; at most eight texts of each
  * kind of at most 255 characters are kept. The file is read once each time it appears after having been
- * absent: to change a running process, remove it and write it again.
+ * absent, and at once: to change a running process, remove it, write the new one beside it, and rename that
+ * into its place.
  *
  * The call at every site asks first, so that a process whose log is off does not even evaluate arguments:
  *

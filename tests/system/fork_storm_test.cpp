@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <velkor/allocation.h>
-#include <velkor/concurrency.h>
 #include <velkor/diagnostics.h>
 #include <velkor/firmware.h>
 
@@ -83,15 +82,6 @@ TEST(ForkStorm, AChildOfAnAllocatingProcessNeverHangs) {
         allocate();
         return dvrRegMem("child", 0) == 0 && dvrFree(dvrStrdup("x", "child/main.c", 1)) == 0;
     });
-}
-
-TEST(ForkStorm, AChildOfAThreadCreatingProcessNeverHangs) {
-    const auto create = [] {
-        pthread_t thread;
-        const auto body = [](void *argument) { return argument; };
-        return __pthread_create(&thread, nullptr, body, nullptr) == 0 && pthread_join(thread, nullptr) == 0;
-    };
-    fork_out_of([&] { create(); }, create);
 }
 
 TEST(ForkStorm, AChildOfAProcessWithRegisteredThreadsNeverHangs) {

@@ -24,6 +24,13 @@ constexpr const char *TERMINAL = "/tmp/tty.logman";
 
 void link_terminal(const place::Terminal &terminal) { ASSERT_EQ(symlink(terminal.path().c_str(), TERMINAL), 0); }
 
+// Complete from the moment it is there: the draining thread reads it at once, and only once.
+void switch_to(const std::string &content) {
+    const std::string beside = std::string(SWITCH_FILE) + ".new";
+    place::write_file(beside, content);
+    ASSERT_EQ(rename(beside.c_str(), SWITCH_FILE), 0);
+}
+
 bool becomes(int enabled) {
     return place::eventually([=] { return vk_GetLogmanEnable() == enabled; });
 }
@@ -45,7 +52,7 @@ std::vector<std::string> messages_of(const std::string &text) {
 TEST(LogPipeline, CopiesLinesToTheTerminalInTheirOrder) {
     place::Terminal terminal;
     link_terminal(terminal);
-    place::write_file(SWITCH_FILE, "dbgprint=1\n");
+    switch_to("dbgprint=1\n");
     EXPECT_EQ(logman_init(), 0);
     std::vector<std::string> expected;
     for (int i = 0; i < 300; ++i) {
@@ -60,15 +67,14 @@ TEST(LogPipeline, IsSwitchedOffAndOnByTheFile) {
     link_terminal(terminal);
     logman_init();
     EXPECT_EQ(vk_GetLogmanEnable(), 0);
-    place::write_file(SWITCH_FILE, "dbgprint=1\n");
+    switch_to("dbgprint=1\n");
     ASSERT_TRUE(becomes(1));
     ASSERT_TRUE(logs("first"));
     terminal.read_until("first\n");
     unlink(SWITCH_FILE);
     ASSERT_TRUE(becomes(0));
     EXPECT_EQ(vk_printftomem(0, "test", 0, "x"), -1);
-    place::write_file(SWITCH_FILE + std::string(".new"), "dbgprint=1\nfilter=wanted\n");
-    rename("/dvrfile/logman.new", SWITCH_FILE);
+    switch_to("dbgprint=1\nfilter=wanted\n");
     ASSERT_TRUE(becomes(1));
     ASSERT_TRUE(logs("wanted"));
     EXPECT_EQ(vk_printftomem(0, "test", 0, "x"), -1);
@@ -78,7 +84,7 @@ TEST(LogPipeline, IsSwitchedOffAndOnByTheFile) {
 TEST(LogPipeline, HoldsLinesUntilATerminalIsThereAgain) {
     place::Terminal first;
     link_terminal(first);
-    place::write_file(SWITCH_FILE, "dbgprint=1\n");
+    switch_to("dbgprint=1\n");
     logman_init();
     ASSERT_TRUE(logs("first"));
     first.read_until("first\n");
@@ -86,20 +92,20 @@ TEST(LogPipeline, HoldsLinesUntilATerminalIsThereAgain) {
     unlink(TERMINAL);
     unlink(SWITCH_FILE);
     ASSERT_TRUE(becomes(0));
-    place::write_file(SWITCH_FILE, "dbgprint=1\n");
+    switch_to("dbgprint=1\n");
     ASSERT_TRUE(becomes(1));
     ASSERT_TRUE(logs("waiting"));
     place::Terminal second;
     link_terminal(second);
     unlink(SWITCH_FILE);
     ASSERT_TRUE(becomes(0));
-    place::write_file(SWITCH_FILE, "dbgprint=1\n");
+    switch_to("dbgprint=1\n");
     EXPECT_EQ(messages_of(second.read_until("waiting\n")), std::vector<std::string>{"waiting"});
 }
 
 TEST(LogPipeline, WritesARegularFileFromItsBeginningAfterEachReading) {
     place::write_file(TERMINAL, "");
-    place::write_file(SWITCH_FILE, "dbgprint=1\n");
+    switch_to("dbgprint=1\n");
     logman_init();
     ASSERT_TRUE(logs("first and longer"));
     struct velkor_host_ring ring;
@@ -109,7 +115,7 @@ TEST(LogPipeline, WritesARegularFileFromItsBeginningAfterEachReading) {
     const auto reread = [] {
         unlink(SWITCH_FILE);
         ASSERT_TRUE(becomes(0));
-        place::write_file(SWITCH_FILE, "dbgprint=1\n");
+        switch_to("dbgprint=1\n");
         ASSERT_TRUE(becomes(1));
     };
     reread();
@@ -126,7 +132,7 @@ TEST(LogPipeline, WritesARegularFileFromItsBeginningAfterEachReading) {
 TEST(LogPipeline, DrainsEachLineOnceWithTwoDrainingThreads) {
     place::Terminal terminal;
     link_terminal(terminal);
-    place::write_file(SWITCH_FILE, "dbgprint=1\n");
+    switch_to("dbgprint=1\n");
     EXPECT_EQ(logman_init(), 0);
     EXPECT_EQ(logman_init(), 0);
     std::vector<std::string> expected;
@@ -139,7 +145,7 @@ TEST(LogPipeline, DrainsEachLineOnceWithTwoDrainingThreads) {
 
 TEST(LogPipeline, SurvivesSwitchingUnderLoadWithTwoDrainingThreads) {
     place::write_file(TERMINAL, "");
-    place::write_file(SWITCH_FILE, "dbgprint=1\n");
+    switch_to("dbgprint=1\n");
     logman_init();
     logman_init();
     std::atomic<bool> stop{false};
@@ -154,7 +160,7 @@ TEST(LogPipeline, SurvivesSwitchingUnderLoadWithTwoDrainingThreads) {
     for (int i = 0; i < 30; ++i) {
         unlink(SWITCH_FILE);
         ASSERT_TRUE(becomes(0));
-        place::write_file(SWITCH_FILE, i % 2 == 0 ? "dbgprint=0\n" : "dbgprint=1\n");
+        switch_to(i % 2 == 0 ? "dbgprint=0\n" : "dbgprint=1\n");
         ASSERT_TRUE(becomes(1));
     }
     stop = true;
@@ -181,7 +187,7 @@ TEST(LogPipeline, AsksForCoarseTimersOnlyWhileOff) {
         return place::eventually([&] { return place::read_file(slack) == value; });
     };
     EXPECT_TRUE(is("1000000\n"));
-    place::write_file(SWITCH_FILE, "dbgprint=0\n");
+    switch_to("dbgprint=0\n");
     EXPECT_TRUE(is("50000\n"));
     unlink(SWITCH_FILE);
     EXPECT_TRUE(is("1000000\n"));
@@ -190,7 +196,7 @@ TEST(LogPipeline, AsksForCoarseTimersOnlyWhileOff) {
 TEST(LogPipeline, ReportsAFailedAllocation) {
     place::Terminal terminal;
     link_terminal(terminal);
-    place::write_file(SWITCH_FILE, "dbgprint=1\nfilter=libvelkor\n");
+    switch_to("dbgprint=1\nfilter=libvelkor\n");
     logman_init();
     ASSERT_TRUE(becomes(1));
     EXPECT_EQ(dvrMalloc(SIZE_MAX / 2, "recorder/main.c", 40), nullptr);

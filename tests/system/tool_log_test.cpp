@@ -634,11 +634,12 @@ TEST_F(ToolLogWrite, CountsLinesThatCameWhileTheLogWasOff) {
     link_terminal();
     set_switch("dbgprint=1\n");
     tool::Feed feed("/tmp/feed");
-    tool::Running writer("log write", feed.path());
+    tool::Running writer("log write --timeout 0.5", feed.path());
     feed.write("before\n");
     terminal_.read_until("before\n");
     unlink(SWITCH_FILE);
-    // The process notices within a hundred passes of its draining thread; then no line comes through any more.
+    // The process notices within a hundred passes of its draining thread. From then on no line comes through; one may
+    // have made it into the ring buffer, but not out of it.
     const auto comes_through = [&](const std::string &text) {
         feed.write(text + "\n");
         struct pollfd waiting = {terminal_.descriptor(), POLLIN, 0};
@@ -650,6 +651,7 @@ TEST_F(ToolLogWrite, CountsLinesThatCameWhileTheLogWasOff) {
     };
     int number = 0;
     EXPECT_TRUE(eventually([&] { return !comes_through("after " + std::to_string(++number)); }));
+    feed.write("refused\n");
     feed.end();
     EXPECT_EQ(writer.wait(), 1);
     EXPECT_THAT(writer.err(), HasSubstr("refused while the log was off"));
@@ -995,7 +997,8 @@ TEST(ToolLogFollow, LeavesNoLinkBehindWhenItCannotCallProcesses) {
     EXPECT_TRUE(nothing_is_there());
 }
 
-// Even a follower that could not tidy up leaves no process, and does not stand in the next one's way.
+// Even a follower that could not tidy up leaves no process. Its link is in the way only if another terminal has got the
+// number meanwhile.
 TEST(ToolLogFollow, LeavesOnlyALinkWhenItIsKilled) {
     Follower killed;
     const json holders = status_now()["holders"];
@@ -1005,7 +1008,7 @@ TEST(ToolLogFollow, LeavesOnlyALinkWhenItIsKilled) {
     EXPECT_EQ(killed.wait(), 128 + SIGKILL);
     EXPECT_TRUE(eventually([&] { return !place::exists(keeper); }));
     EXPECT_TRUE(is_link());
-    Follower next;
+    Follower next("--replace");
     EXPECT_EQ(status_now()["terminal"]["kind"], "terminal");
 }
 

@@ -125,6 +125,7 @@ TEST(HostMemory, ThreadsThatOpenTheSameNamesGetTheSamePools) {
     std::barrier<> start(THREADS);
     {
         std::vector<std::jthread> openers;
+        openers.reserve(handles.size());
         for (Handles &own : handles) {
             openers.emplace_back([&own, &start] {
                 start.arrive_and_wait();
@@ -500,8 +501,7 @@ TEST(HostMemory, FreeOfNullIsAFailure) { expect_no_block(nullptr); }
 TEST(HostMemory, FreeOfAStrangersPointerIsAFailureAndTouchesNothing) {
     const Handle pool = open("pool");
     void *const block = VkMem_Alloc(pool, 256);  // there are live blocks near some of these
-    char *const from_malloc = static_cast<char *>(malloc(32));
-    strcpy(from_malloc, "not the service's");
+    char *const from_malloc = strdup("not the service's");
     alignas(max_align_t) char on_stack[64] = "stack";
     alignas(max_align_t) static char in_data[64] = "data";
     for (void *const stranger :
@@ -522,6 +522,7 @@ TEST(HostMemory, FreeInsideABlockIsAFailure) {
     char *const block = static_cast<char *>(VkMem_Alloc(pool, 256));
     for (ptrdiff_t offset = -64; offset <= 256 + 64; ++offset) {
         if (offset != 0) {
+            // NOLINTNEXTLINE(performance-no-int-to-ptr): outside the block, no pointer arithmetic is allowed
             expect_no_block(reinterpret_cast<void *>(reinterpret_cast<intptr_t>(block) + offset));
         }
     }
@@ -532,7 +533,7 @@ TEST(HostMemory, FreeInsideABlockIsAFailure) {
 TEST(HostMemory, FreeOfAnAbsurdPointerIsAFailure) {
     for (const uintptr_t address : {uintptr_t{1}, uintptr_t{8}, uintptr_t{16}, uintptr_t{4096}, uintptr_t{0x80000000U},
                                     UINTPTR_MAX / 2, UINTPTR_MAX / 2 + 1, UINTPTR_MAX - 15, UINTPTR_MAX}) {
-        expect_no_block(reinterpret_cast<void *>(address));
+        expect_no_block(reinterpret_cast<void *>(address));  // NOLINT(performance-no-int-to-ptr)
     }
 }
 
@@ -567,6 +568,7 @@ TEST(HostMemory, OfThreadsThatFreeOneBlockOneWins) {
     std::atomic<int> losers{0};
     std::barrier<> step(THREADS + 1);
     std::vector<std::jthread> threads;
+    threads.reserve(THREADS);
     for (int thread = 0; thread < THREADS; ++thread) {
         threads.emplace_back([&] {
             for (int round = 0; round < ROUNDS; ++round) {
@@ -716,6 +718,7 @@ TEST(HostMemory, PeakIsExactWhenThreadsReachItTogether) {
     const Handle pool = open("summit");
     std::barrier<> summit(THREADS);
     std::vector<std::jthread> threads;
+    threads.reserve(THREADS);
     for (int thread = 0; thread < THREADS; ++thread) {
         threads.emplace_back([&] {
             std::vector<void *> blocks(BLOCKS);
@@ -739,6 +742,7 @@ TEST(HostMemory, ThreadsTogetherReachALimitButDoNotPassIt) {
     std::barrier<> full(THREADS + 1);
     std::atomic<uint64_t> got{0};
     std::vector<std::jthread> threads;
+    threads.reserve(THREADS);
     for (int thread = 0; thread < THREADS; ++thread) {
         threads.emplace_back([&] {
             std::vector<void *> blocks;
@@ -811,7 +815,7 @@ std::string report() {
     FILE *const stream = open_memstream(&text, &size);
     velkor_host_pool_report(stream);
     fclose(stream);
-    const std::string result(text, size);
+    std::string result(text, size);
     free(text);
     return result;
 }

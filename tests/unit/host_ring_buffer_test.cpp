@@ -118,6 +118,7 @@ TEST(HostRing, ThreadsThatMakeRingsGetOneEach) {
     std::barrier<> start(THREADS);
     {
         std::vector<std::jthread> makers;
+        makers.reserve(made.size());
         for (auto &own : made) {
             makers.emplace_back([&own, &start] {
                 start.arrive_and_wait();

@@ -70,10 +70,17 @@ namespace {
 constexpr const char *SWITCH_FILE = "/dvrfile/logman";
 constexpr const char *TERMINAL = "/tmp/tty.logman";
 
+// Complete from the moment it is there: a draining thread reads it at once, and only once.
+void switch_to(const std::string &content) {
+    const std::string beside = std::string(SWITCH_FILE) + ".new";
+    place::write_file(beside, content);
+    ASSERT_EQ(rename(beside.c_str(), SWITCH_FILE), 0);
+}
+
 void appear(const std::string &content) {
     unlink(SWITCH_FILE);
     vk_OutLogToLogmanEnable();
-    place::write_file(SWITCH_FILE, content);
+    switch_to(content);
     vk_OutLogToLogmanEnable();  // unless the draining thread was first
     EXPECT_TRUE(place::eventually([] { return vk_GetLogmanEnable() == 1; }));
 }
@@ -220,7 +227,7 @@ TEST(LogDrain, StaysInsideARecordWithoutEnd) {
     ASSERT_EQ(symlink(terminal.path().c_str(), TERMINAL), 0);
     logman_init();
     fake.size = 1024;
-    place::write_file(SWITCH_FILE, "dbgprint=1\n");
+    switch_to("dbgprint=1\n");
     const std::string text = terminal.read_until("\n");
     EXPECT_EQ(text.substr(0, text.find('\n')), std::string(1023, '#'));
     fake.size = 0;
