@@ -170,19 +170,21 @@ void watch_motion(Clock::time_point end) {
     ThrInfo_Clear();
 }
 
+constexpr size_t KIB = 1024;
+
 // A module that its own limit stops: the failure is logged by the library itself, under its own name.
 void store(Clock::time_point end) {
     ThrInfo_DoRecord("archive", __LINE__, nullptr);
     expect(dvrRegMem("demo_archive", 256) == 0, "a module is registered with a limit of 256 KiB");
-    void *block = dvrCalloc(100, 1024, "demo_archive/index.c", __LINE__);
+    void *block = dvrCalloc(100, KIB, "demo_archive/index.c", __LINE__);
     expect(block != nullptr, "100 KiB are within the limit");
-    block = dvrRealloc(block, 200 * 1024, "demo_archive/index.c", __LINE__);
+    block = dvrRealloc(block, 200 * KIB, "demo_archive/index.c", __LINE__);
     expect(block != nullptr, "200 KiB are within the limit");
     while (Clock::now() < end) {
         LOG("archive", "index holds %d entries", 100);
         std::this_thread::sleep_for(370ms);
     }
-    expect(dvrMalloc(100 * 1024, "demo_archive/index.c", __LINE__) == nullptr, "300 KiB are not");
+    expect(dvrMalloc(100 * KIB, "demo_archive/index.c", __LINE__) == nullptr, "300 KiB are not");
     ++counters.accepted;  // the library's own line about it
     expect(dvrFree(block) == 0, "the index is released");
     ThrInfo_Clear();
@@ -243,10 +245,9 @@ int seconds_of(int argc, char **argv) {
     if (argc == 1) {
         return 3;
     }
-    if (argc == 3 && std::string_view(argv[1]) == "--seconds" && atoi(argv[2]) > 0) {
-        return atoi(argv[2]);
-    }
-    return -1;
+    const bool is_given = argc == 3 && std::string_view(argv[1]) == "--seconds";
+    const long seconds = is_given ? strtol(argv[2], nullptr, 10) : 0;
+    return seconds > 0 && seconds < 86400 ? static_cast<int>(seconds) : -1;
 }
 
 }  // namespace

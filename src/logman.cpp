@@ -577,12 +577,14 @@ int vk_printf_tocon(const char *module, const char *source, int line, const char
     char stamp[velkor::LOG_STAMP_SIZE];
     format_stamp(stamp, time(nullptr));
 
-    char body[RECORD_SIZE];
-    caller.restore();  // for a "%m"
-    va_list arguments;
-    va_start(arguments, format);
-    put_body(body, sizeof body, or_empty(format), arguments);
-    va_end(arguments);
+    char body[RECORD_SIZE] = "";
+    if (format != nullptr) {
+        caller.restore();  // for a "%m"
+        va_list arguments;
+        va_start(arguments, format);
+        put_body(body, sizeof body, format, arguments);
+        va_end(arguments);
+    }
 
     fprintf(stream, "%s [%ld %s] %s:%d %s\n", stamp, velkor::kernel_thread_id(), or_empty(module), or_empty(source),
             line, body);

@@ -217,6 +217,7 @@ OwnTerminal::~OwnTerminal() {
         unlink(TERMINAL);
     }
     master_.reset();
+    kill(keeper_, SIGHUP);  // as the kernel did; so that nothing can make this wait
     waitpid(keeper_, nullptr, 0);
 }
 

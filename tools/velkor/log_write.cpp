@@ -53,8 +53,25 @@ void require_log() {
     }
 }
 
-// The lines that still wait may hold up exit(), which would write them out: this process has waited enough.
-[[noreturn]] void give_up(const Options &options) {
+// Answers what the lines that did not get anywhere make of the whole.
+int report(const Counts &counts) {
+    if (counts.filtered == 0 && counts.refused == 0) {
+        return SUCCESS;
+    }
+    std::string text = std::to_string(counts.logged) + " of " + counted(counts.lines(), "line") + " logged";
+    if (counts.filtered != 0) {
+        text += ", " + std::to_string(counts.filtered) + " dropped by the filters in " + SWITCH_FILE;
+    }
+    if (counts.refused != 0) {
+        text += ", " + std::to_string(counts.refused) + " refused while the log was off";
+    }
+    remark(text);
+    return NEGATIVE;
+}
+
+// The lines that still wait would hold up exit(), which writes out what it can: this process has waited enough.
+[[noreturn]] void give_up(const Options &options, const Counts &counts) {
+    report(counts);
     remark("not everything was written, " + counted(waiting_lines(), "line") +
            " left in the ring buffer: nothing moved on " + TERMINAL + " for " +
            std::to_string(options.patience().count()) + " ms");
@@ -64,7 +81,7 @@ void require_log() {
 void write_line(std::string text, const Options &options, Counts &counts) {
     std::ranges::replace(text, '\0', ' ');  // would end the line
     if (!wait_for_room(options.patience())) {
-        give_up(options);
+        give_up(options, counts);
     }
     if (vk_printftomem(0, options.module.c_str(), 0, "%s", text.c_str()) == 0) {
         ++counts.logged;
@@ -89,27 +106,12 @@ Counts write_lines(const Options &options) {
     return counts;
 }
 
-int report(const Counts &counts) {
-    if (counts.filtered == 0 && counts.refused == 0) {
-        return SUCCESS;
-    }
-    std::string text = std::to_string(counts.logged) + " of " + counted(counts.lines(), "line") + " logged";
-    if (counts.filtered != 0) {
-        text += ", " + std::to_string(counts.filtered) + " dropped by the filters in " + SWITCH_FILE;
-    }
-    if (counts.refused != 0) {
-        text += ", " + std::to_string(counts.refused) + " refused while the log was off";
-    }
-    remark(text);
-    return NEGATIVE;
-}
-
 int write(const Options &options) {
     logman_init();
     require_log();
     const Counts counts = write_lines(options);
     if (!wait_until_drained(options.patience())) {
-        give_up(options);
+        give_up(options, counts);
     }
     fflush(nullptr);
     return report(counts);
