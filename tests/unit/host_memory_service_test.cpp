@@ -770,7 +770,7 @@ TEST(HostMemory, ThreadsTogetherReachALimitButDoNotPassIt) {
 
 // ---- Forked children ----
 
-TEST(HostMemory, AChildThatIsForkedWhileOthersOpenAndAllocateDoesNotHang) {
+TEST(HostMemoryForkStorm, AChildThatIsForkedWhileOthersOpenAndAllocateDoesNotHang) {
     const Handle pool = open("busy");
     void *const inherited = VkMem_Alloc(pool, 30);
     std::atomic<bool> stop{false};

@@ -533,7 +533,7 @@ bool ring_works_in_child(unsigned ring) {
            memcmp(&record, &own, sizeof own) == 0 && ringbuf_Create(16, REFUSES) != 0;
 }
 
-TEST(HostRing, AChildThatIsForkedInTheMiddleOfAWriteFindsAWholeRing) {
+TEST(HostRingForkStorm, AChildThatIsForkedInTheMiddleOfAWriteFindsAWholeRing) {
     const unsigned ring = ringbuf_Create(16 * RECORD_SIZE, DROPS_OLDEST);
     std::atomic<bool> stop{false};
     std::vector<std::jthread> writers;

@@ -284,6 +284,7 @@ TEST(HostThreads, ATableFullOfRunningThreadsTakesNoMore) {
 TEST(HostThreads, ComeAndGoWhileOthersLook) {
     std::atomic<bool> stop{false};
     std::vector<std::jthread> workers;
+    workers.reserve(3);
     for (int worker = 0; worker < 3; ++worker) {
         workers.emplace_back([&stop, worker] {
             while (!stop.load()) {
@@ -322,9 +323,10 @@ TEST(HostThreads, AForkedChildStartsWithAnEmptyTable) {
     EXPECT_EQ(registered_names(), Names{"parent"});
 }
 
-TEST(HostThreads, AChildThatIsForkedWhileOthersRegisterDoesNotHang) {
+TEST(HostThreadsForkStorm, AChildThatIsForkedWhileOthersRegisterDoesNotHang) {
     std::atomic<bool> stop{false};
     std::vector<std::jthread> workers;
+    workers.reserve(3);
     for (int worker = 0; worker < 3; ++worker) {
         workers.emplace_back([&stop] {
             while (!stop.load()) {

@@ -639,7 +639,7 @@ TEST(AllocatorThreads, SeeARegistrationThatCameBeforeTheirCall) {
     }
 }
 
-TEST(AllocatorFork, LeavesTheChildAUsableRegistry) {
+TEST(AllocatorForkStorm, LeavesTheChildAUsableRegistry) {
     std::atomic<bool> stop{false};
     std::thread other([&] {
         while (!stop) {
