@@ -64,7 +64,8 @@ extern FILE *fpDebugFile;
  * Pools of memory by name. A pool is a 16-bit handle for the allocating calls. @{ */
 
 /**
- * Open the pool @p name.
+ * Open the pool @p name. Called with the library's registry locked: it must not allocate through dvrMalloc() and its
+ * like.
  *
  * @param name       pool name
  * @param zero       always 0
