@@ -17,10 +17,13 @@ if [ "${1-}" != --inside ]; then
     fi
     become_root=
     [ "$(id -u)" -eq 0 ] || become_root='--user --map-root-user'
+    # Below a chroot the root is no mount point, and can only be taken as it is.
+    propagation=private
+    awk '$5 == "/" { found = 1 } END { exit !found }' /proc/self/mountinfo || propagation=unchanged
     mkdir -p "$STAGE"
     here=$(cd "$(dirname "$0")" && pwd)
     # shellcheck disable=SC2086 # no word at all when root
-    exec unshare $become_root --mount --net --ipc --pid --fork --kill-child --mount-proc \
+    exec unshare $become_root --mount --propagation $propagation --net --ipc --pid --fork --kill-child --mount-proc \
         "$here/sandbox.sh" --inside "$here/../.." "$PWD" "$@"
 fi
 
