@@ -19,6 +19,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/velkor-config-version.cma
 install(FILES ${PROJECT_BINARY_DIR}/velkor-config.cmake ${PROJECT_BINARY_DIR}/velkor-config-version.cmake
   DESTINATION ${package_directory} COMPONENT velkor)
 
+file(RELATIVE_PATH VELKOR_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 foreach(module velkor velkor-host)
   configure_file(cmake/${module}.pc.in ${PROJECT_BINARY_DIR}/${module}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${module}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT ${module})

@@ -32,5 +32,6 @@ complain 'listed but not exported' "$work/missing"
 complain 'exported, but still in the list of pending names' "$work/arrived"
 complain 'pending, but not in the list of names' "$work/unknown"
 
+sed 's/^/still to come: /' "$work/pending"
 echo "$(wc -l <"$work/exported") of $(wc -l <"$work/listed") names exported, $(wc -l <"$work/pending") still to come"
 exit $failed
