@@ -31,6 +31,11 @@ struct Ring {
     std::atomic<bool> release_writer{false};
     std::atomic<int> size{0};
     std::atomic<int> reads{0};
+
+    void release() {
+        release_writer = true;
+        release_writer.notify_all();
+    }
 };
 Ring fake;
 
@@ -49,9 +54,7 @@ int ringbuf_Write(unsigned length, const void *, unsigned ring) {
     ++fake.writes;
     if (fake.hold_next_writer.exchange(false)) {
         fake.writer_inside = true;
-        while (!fake.release_writer) {
-            usleep(100);
-        }
+        fake.release_writer.wait(false);
         fake.writer_inside = false;
     }
     return -1;  // ignored
@@ -167,7 +170,7 @@ TEST(LogTerminalStream, StaysOpenWhileAThreadIsInsideTheRingAndNobodyWaitsForIt)
     EXPECT_EQ(open_terminals(), 1);
     appear("dbgprint=1\n");
     EXPECT_EQ(open_terminals(), 1);  // the one that stayed, not a second
-    fake.release_writer = true;
+    fake.release();
     writer.join();
     appear("dbgprint=0\n");
     EXPECT_EQ(open_terminals(), 0);
@@ -182,33 +185,29 @@ TEST(LogFork, AChildTakesNoLockAndNoCountAlong) {
     ASSERT_TRUE(place::eventually([] { return fake.writer_inside.load(); }));
     unlink(SWITCH_FILE);
     ASSERT_EQ(mkfifo(SWITCH_FILE, 0600), 0);
-    std::atomic<bool> reading{false};
-    std::thread reader([&] {
-        reading = true;
-        logman_read_config();  // waits in the opening of the FIFO
-    });
-    // The reader sets the print flag to 0 first, under the lock.
-    ASSERT_TRUE(place::eventually([&] { return reading && vk_printftomem(0, "m", 0, "%s", "") == -1; }));
+    std::thread reader([] { logman_read_config(); });
+    // Opens as soon as the reader has the FIFO open too, which then waits, under its lock, for what is never written.
+    int fifo = -1;
+    ASSERT_TRUE(place::eventually([&] { return (fifo = open(SWITCH_FILE, O_WRONLY | O_NONBLOCK | O_CLOEXEC)) >= 0; }));
 
     const pid_t child = fork();
     if (child == 0) {
         alarm(20);  // a child that hangs is a failure, not a wait for ever
-        rename(SWITCH_FILE, "/dvrfile/fifo");
+        unlink(SWITCH_FILE);
         place::write_file(SWITCH_FILE, "dbgprint=1\nfilter=child\n");
         const bool read = logman_read_config() == 0;
         const bool logs = vk_printftomem(0, "m", 0, "child") == 0 && vk_printftomem(0, "m", 0, "x") == -1;
         place::write_file(SWITCH_FILE, "dbgprint=0\n");
         const bool closes = logman_read_config() == 0 && open_terminals() == 0;
-        rename("/dvrfile/fifo", SWITCH_FILE);
         _exit(read && logs && closes ? 0 : 1);
     }
     int status = -1;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
 
-    place::write_file(SWITCH_FILE, "");  // the FIFO: lets the reader go
+    close(fifo);  // lets the reader go
     reader.join();
-    fake.release_writer = true;
+    fake.release();
     writer.join();
 }
 
