@@ -2,9 +2,9 @@
 // file outside the process that switches both.
 //
 // Locks, from the outside in: the configuration lock (one reader of the file at a time), the list lock (one writer
-// of the texts at a time), the busy lock (the count of threads inside the ring, and the terminal stream, which is
-// closed only while that count is 0). Nothing is called while the busy lock is held, so it is innermost everywhere. The
-// way of a log line takes that one, and once a second the clock lock, under which nothing but the C library is called.
+// of the texts at a time). The way of a log line takes neither; once a second and thread it takes the clock lock, under
+// which nothing but the C library is called. The threads inside the ring are counted, and the terminal is closed only
+// while there are none.
 #include <errno.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -52,9 +52,9 @@ std::atomic<int32_t> enabled_flag{0};
 std::atomic<int32_t> print_flag{0};
 std::atomic<unsigned> ring_handle{0};
 
-pthread_mutex_t busy_lock = PTHREAD_MUTEX_INITIALIZER;
-int32_t busy_count = 0;
-std::atomic<FILE *> terminal{nullptr};
+// On a cache line of its own: every line that is logged writes it, and reads the words around it.
+alignas(64) std::atomic<int32_t> busy_count{0};
+alignas(64) std::atomic<FILE *> terminal{nullptr};
 
 }  // namespace
 
@@ -180,44 +180,40 @@ int logman_set_invert(unsigned index, const char *text) {
 
 namespace {
 
-void enter_ring() {
-    const velkor::LockGuard guard(busy_lock);
-    ++busy_count;
-}
+void enter_ring() { busy_count.fetch_add(1); }
 
-void leave_ring() {
-    const velkor::LockGuard guard(busy_lock);
-    --busy_count;
-}
+void leave_ring() { busy_count.fetch_sub(1); }
 
-// Test and count are one step: a stream that was seen here stays open until leave_ring().
+// A stream that is seen here stays open until leave_ring(): it is counted first and looked at then, while who closes
+// takes the stream away first and looks at the count then. In whatever order these four steps fall, one of the two sees
+// the other (both sides sequentially consistent: Dekker's exclusion).
 FILE *enter_ring_with_terminal() {
-    const velkor::LockGuard guard(busy_lock);
-    FILE *const stream = terminal.load(std::memory_order_relaxed);
-    if (stream != nullptr) {
-        ++busy_count;
+    enter_ring();
+    FILE *const stream = terminal.load();
+    if (stream == nullptr) {
+        leave_ring();
     }
     return stream;
 }
 
-// Test and close are one step too; the slow part, fclose(), is done on a stream that nobody else can see any more.
-// A busy ring leaves the stream open: nothing here ever waits for the count.
+// A busy ring leaves the stream open: nothing here ever waits for the count. Under the configuration lock, so that
+// nobody opens a second one meanwhile.
 void close_terminal_unless_busy() {
-    FILE *closing = nullptr;
-    {
-        const velkor::LockGuard guard(busy_lock);
-        if (busy_count == 0) {
-            closing = terminal.exchange(nullptr, std::memory_order_relaxed);
-        }
+    FILE *const stream = terminal.exchange(nullptr);
+    if (busy_count.load() != 0) {
+        terminal.store(stream);
+        return;
     }
-    const velkor::OwnedStream closed(closing);
+    const velkor::OwnedStream closed(stream);
 }
 
-// A command started by the recorder has no business with the terminal.
+// A command started by the recorder has no business with the terminal, and a daemon that leads a session must not get
+// it for its controlling terminal, whose hang-up would end it.
 FILE *open_terminal_stream(const char *path) {
-    FILE *const stream = fopen(path, "r+");
+    velkor::OwnedDescriptor descriptor(open(path, O_RDWR | O_NOCTTY | O_CLOEXEC));
+    FILE *const stream = descriptor ? fdopen(descriptor.get(), "r+") : nullptr;
     if (stream != nullptr) {
-        fcntl(fileno(stream), F_SETFD, FD_CLOEXEC);
+        descriptor.release();
     }
     return stream;
 }
@@ -481,7 +477,7 @@ constexpr unsigned long COARSE_SLACK_NS = 1000000;
 // Two draining threads (a second logman_init()) must not both take the same last record for theirs.
 std::atomic<bool> draining{false};
 
-// The ring is asked before the busy lock is taken: an idle drain must not get in the way of those who log.
+// The ring is asked before the drain is counted: an idle drain must not get in the way of those who log.
 void drain_one_record(char (&record)[RECORD_SIZE]) {
     const unsigned ring = ring_handle.load(std::memory_order_acquire);
     if (vk_GetLogmanEnable() == 0 || ring == 0 || terminal.load(std::memory_order_acquire) == nullptr ||
@@ -599,9 +595,8 @@ namespace {
 void restart_in_child() {
     configuration_lock = PTHREAD_MUTEX_INITIALIZER;
     list_lock = PTHREAD_MUTEX_INITIALIZER;
-    busy_lock = PTHREAD_MUTEX_INITIALIZER;
     console_lock = PTHREAD_MUTEX_INITIALIZER;
-    busy_count = 0;
+    busy_count.store(0, std::memory_order_relaxed);
     draining.store(false, std::memory_order_relaxed);
     if (list_version.load(std::memory_order_relaxed) % 2 != 0) {
         velkor::store_racing(g_logman_filter, lists_before.filter, LIST_SIZE);

@@ -588,6 +588,27 @@ TEST(LogTerminal, BelongsToThisProcessAlone) {
     EXPECT_EQ(open_by_shell.find(TERMINAL), std::string::npos) << open_by_shell;
 }
 
+// Calls `act` as a daemon does it that leads a session and has no terminal; answers whether it has one afterwards. The
+// hang-up of that terminal would end it.
+bool makes_a_controlling_terminal(void (*act)()) {
+    const pid_t child = fork();
+    if (child == 0) {
+        setsid();
+        act();
+        _exit(open("/dev/tty", O_RDWR | O_CLOEXEC) < 0 && errno == ENXIO ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status != 0;
+}
+
+TEST(LogTerminal, DoesNotBecomeADaemonsControllingTerminal) {
+    const place::Terminal terminal;
+    ASSERT_EQ(symlink(terminal.path().c_str(), TERMINAL), 0);
+    place::write_file(SWITCH_FILE, "dbgprint=1\n");
+    EXPECT_FALSE(makes_a_controlling_terminal([] { logman_read_config(); }));
+}
+
 TEST(LogRing, Holds512RecordsAndOutlivesTheSwitch) {
     const LogCapture log;
     struct velkor_host_ring ring;
@@ -718,6 +739,12 @@ TEST(LogConsole, CutsTheMessageAt1022) {
     EXPECT_EQ(vk_printf_tocon("m", "s", 1, "%s", std::string(3000, 'x').c_str()), 0);
     const std::string line = terminal.read_until("\n");
     EXPECT_EQ(line.substr(line.find("s:1 ") + 4), std::string(1022, 'x') + "\n");
+}
+
+TEST(LogConsole, DoesNotBecomeADaemonsControllingTerminal) {
+    const place::Terminal terminal;
+    const place::BoundPath bound("/dev/console", terminal.path());
+    EXPECT_FALSE(makes_a_controlling_terminal([] { vk_printf_tocon("m", "s", 1, "x"); }));
 }
 
 TEST(LogConsole, AnswersMinusOneWhileItCannotBeOpened) {
