@@ -1,8 +1,10 @@
 # How this project's own code is compiled. Nothing here reaches whoever links the library.
 
 option(VELKOR_STRICT "Warnings are errors (for the project's own builds)" OFF)
+option(VELKOR_PROGRAMS "Build the command-line tool and the examples; the tests need them" ON)
 option(VELKOR_BENCH "Build the benchmarks" OFF)
 option(VELKOR_FUZZ "Build the fuzzers" OFF)
+option(VELKOR_WHOLE_TOOL "Compile the command-line tool as one unit: quicker from nothing, slower after an edit" OFF)
 set(VELKOR_SANITIZE "" CACHE STRING "Sanitizers to build with, for example address,undefined")
 
 # GCC's C driver would otherwise be handed the C++ library for every target that holds C++ code.
@@ -18,6 +20,15 @@ endif()
 # The recorder counts instructions in the cache before it counts them in the loop.
 set(CMAKE_C_FLAGS_RELEASE "-O2 -g1")
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g1")
+set(CMAKE_C_FLAGS_RELWITHDEBINFO "-O2 -g1")
+set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g1")
+
+# Tests are built for every preset and run once: optimising them, half of which are their framework's templates, takes
+# longer than running them. Where they are watched this holds for the command-line tool too.
+set(VELKOR_QUICK_BUILD $<$<CONFIG:Release>:-O1>)
+if(VELKOR_SANITIZE)
+  set(VELKOR_QUICK_BUILD -O0)
+endif()
 
 add_library(velkor-warnings INTERFACE)
 target_compile_options(velkor-warnings INTERFACE

@@ -17,7 +17,7 @@ namespace tool::log {
 
 namespace {
 
-struct Options {
+struct FollowOptions {
     std::vector<std::string> grep;
     std::vector<std::string> drop;
     std::string colour = "auto";
@@ -30,7 +30,7 @@ struct Options {
 };
 
 // Processes open the terminal only when they read the switch file after it was away.
-void call_processes(const Options &options) {
+void call_processes(const FollowOptions &options) {
     const SwitchFile file = require_readable(look_at_switch_file());
     const bool forced = options.enable && !file.prints();
     if (!file.present && !forced) {
@@ -53,7 +53,7 @@ void call_processes(const Options &options) {
 // Puts lines together from what comes, and prints those that are wanted.
 class Printer {
 public:
-    Printer(const Options &options, const Interruption &interruption)
+    Printer(const FollowOptions &options, const Interruption &interruption)
         : options_(options),
           interruption_(interruption),
           filter_(options.grep, options.drop),
@@ -83,7 +83,7 @@ private:
         return (options_.json ? json_text(for_programs(line)) : for_people(line, palette_)) + "\n";
     }
 
-    const Options &options_;
+    const FollowOptions &options_;
     const Interruption &interruption_;
     TextFilter filter_;
     Palette palette_;
@@ -114,7 +114,7 @@ void copy_lines(const OwnTerminal &terminal, Printer &printer, const Interruptio
     }
 }
 
-int follow(const Options &options) {
+int follow(const FollowOptions &options) {
     signal(SIGPIPE, SIG_IGN);  // a reader that leaves ends this as an interruption does
     const Interruption interruption;
     const OwnTerminal terminal(options.replace);
@@ -128,7 +128,7 @@ int follow(const Options &options) {
 }  // namespace
 
 void add_follow(CLI::App &log, Run &chosen) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<FollowOptions>();
     CLI::App &command = *log.add_subcommand("follow", "Print the log of all processes as it comes");
     add_texts(command, "--grep", options->grep, "Print only lines that contain it (or another --grep)");
     add_texts(command, "--drop", options->drop, "Leave out lines that contain it");

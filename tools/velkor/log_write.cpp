@@ -18,7 +18,7 @@ namespace tool::log {
 
 namespace {
 
-struct Options {
+struct WriteOptions {
     std::string module = "velkor";
     std::vector<std::string> words;
     double timeout = 5;
@@ -70,7 +70,7 @@ int report(const Counts &counts) {
 }
 
 // The lines that still wait would hold up exit(), which writes out what it can: this process has waited enough.
-[[noreturn]] void give_up(const Options &options, const Counts &counts) {
+[[noreturn]] void give_up(const WriteOptions &options, const Counts &counts) {
     report(counts);
     remark("not everything was written, " + counted(waiting_lines(), "line") +
            " left in the ring buffer: nothing moved on " + TERMINAL + " for " +
@@ -78,7 +78,7 @@ int report(const Counts &counts) {
     _exit(NEGATIVE);
 }
 
-void write_line(std::string text, const Options &options, Counts &counts) {
+void write_line(std::string text, const WriteOptions &options, Counts &counts) {
     std::ranges::replace(text, '\0', ' ');  // would end the line
     if (!wait_for_room(options.patience())) {
         give_up(options, counts);
@@ -92,7 +92,7 @@ void write_line(std::string text, const Options &options, Counts &counts) {
     }
 }
 
-Counts write_lines(const Options &options) {
+Counts write_lines(const WriteOptions &options) {
     Counts counts;
     if (!options.words.empty()) {
         std::string text = options.words.front();
@@ -106,7 +106,7 @@ Counts write_lines(const Options &options) {
     return counts;
 }
 
-int write(const Options &options) {
+int write(const WriteOptions &options) {
     logman_init();
     require_log();
     const Counts counts = write_lines(options);
@@ -120,7 +120,7 @@ int write(const Options &options) {
 }  // namespace
 
 void add_write(CLI::App &log, Run &chosen) {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<WriteOptions>();
     CLI::App &command = *log.add_subcommand("write", "Log a line, or the lines of standard input");
     add_words(command, "TEXT", options->words, "The line's words; without any, standard input line by line");
     command.add_option("--module", options->module, "Module under which to log")
