@@ -1,6 +1,6 @@
-// A small recorder process: a few modules on threads of their own log and allocate under their own names, the log
-// manager drains their lines to a terminal, and at the end everything is counted up. Exit status 0 only if the
-// numbers agree.
+// A small recorder process: a few modules on threads of their own log and allocate under their own names, a timer
+// orders snapshots that a queue keeps and the workers of the pool take, the log manager drains everybody's lines to a
+// terminal, and at the end everything is counted up. Exit status 0 only if the numbers agree.
 //
 //     recorder [--seconds N]       runs where /dvrfile and /tmp/tty.logman are free: ./dev sandbox recorder
 #include <fcntl.h>
@@ -190,6 +190,98 @@ void store(Clock::time_point end) {
     ThrInfo_Clear();
 }
 
+// ---- Snapshots: a timer orders them, a queue keeps the orders, workers of the pool take them ----
+
+constexpr uint32_t SNAPSHOT_TICKS = 2;       // of 185 ms
+constexpr uint32_t HUNGRY_DOG_TURNS = 1000;  // of 10 ms: many ticks that did not come
+
+struct Order {
+    unsigned number;
+    const char *camera;
+};
+
+struct Snapshots {
+    sList cameras;
+    SafeQueue orders;
+    std::atomic<unsigned> ordered{0};
+    std::atomic<unsigned> taken{0};
+};
+Snapshots snapshots;
+
+void list_cameras(sList &cameras) {
+    sList_Init(&cameras);
+    cameras.Add(&cameras, "yard");
+    cameras.Add(&cameras, "spare");
+    cameras.Insert(&cameras, "gate", 0);
+    cameras.Delete(&cameras, cameras.IndexOf(&cameras, "spare"));
+    expect(cameras.count == 2 && cameras.IndexOf(&cameras, "gate") == 0, "the cameras are listed");
+}
+
+// Runs on the timer thread, with all timers waiting: it leaves an order behind, and nothing more.
+void *order_snapshot(void *) {
+    const sList &cameras = snapshots.cameras;
+    auto *const order = static_cast<Order *>(sqe_new(sizeof(Order)));
+    expect(order != nullptr, "an order is allocated");
+    if (order == nullptr) {
+        return nullptr;
+    }
+    const unsigned number = ++snapshots.ordered;
+    *order = {number, cameras.items[number % static_cast<unsigned>(cameras.count)]};
+    expect(sq_insert_tail(&snapshots.orders, order) == 0, "an order is queued");
+    return nullptr;
+}
+
+// Runs on a worker of the pool.
+void *take_snapshot(void *argument) {
+    const auto *const order = static_cast<Order *>(argument);
+    LOG("snapshot", "snapshot %u of the %s", order->number, order->camera);
+    sqe_delete(argument);
+    ++snapshots.taken;
+    return nullptr;
+}
+
+void hand_out_orders() {
+    const auto oldest = [](void *, void *) { return 0; };
+    while (void *const order = sq_remove(&snapshots.orders, oldest, nullptr)) {
+        pthread_t worker;
+        expect(CreateThreadInPool(&worker, take_snapshot, order) == 0, "a worker has the order");
+        ThrInfo_DoRecord("snapshots", __LINE__, nullptr);  // the pool clears its callers' registrations
+    }
+}
+
+// Each tick of the timer thread feeds the dog, each turn of whoever watches makes it hungrier.
+void watch_timers() {
+    timer_IncreaseDog();
+    expect(timer_GetSoftDog() < HUNGRY_DOG_TURNS, "the timer thread is alive");
+}
+
+void take_snapshots(Clock::time_point end) {
+    ThrInfo_DoRecord("snapshots", __LINE__, nullptr);
+    list_cameras(snapshots.cameras);
+    expect(sq_construct(&snapshots.orders) == 0, "the queue is made");
+    const TimerEntry timer = {SNAPSHOT_TICKS, order_snapshot, nullptr};
+    expect(init_timer(&timer) == 0, "the timers start");
+    while (Clock::now() < end) {
+        hand_out_orders();
+        watch_timers();
+        std::this_thread::sleep_for(10ms);
+    }
+    expect(del_timer(&timer) == 0, "the timer is deleted");  // from here on it orders nothing
+    hand_out_orders();
+    expect(eventually([] { return snapshots.taken == snapshots.ordered; }), "every order is carried out");
+    expect(sq_destruct(&snapshots.orders) == 0, "the queue is ended");
+    snapshots.cameras.Destroy(&snapshots.cameras);
+    ThrInfo_Clear();
+}
+
+void report_snapshots() {
+    char timers[256] = "";
+    timer_GetDebug(timers, sizeof timers);
+    printf("\nsnapshots\n  ordered by the timer %u, taken by the workers %u\n%s", snapshots.ordered.load(),
+           snapshots.taken.load(), timers);
+    expect(snapshots.ordered > 0, "the timer ran");
+}
+
 // ---- The process ----
 
 void *run_module(void *module) {
@@ -198,8 +290,8 @@ void *run_module(void *module) {
 }
 
 void run_modules(Clock::time_point end) {
-    std::vector<std::function<void()>> modules = {[=] { encode(end); }, [=] { watch_motion(end); },
-                                                  [=] { store(end); }};
+    std::vector<std::function<void()>> modules = {[=] { encode(end); }, [=] { watch_motion(end); }, [=] { store(end); },
+                                                  [=] { take_snapshots(end); }};
     std::vector<pthread_t> threads(modules.size());
     for (size_t i = 0; i < modules.size(); ++i) {
         expect(__pthread_create(&threads[i], nullptr, run_module, &modules[i]) == 0, "a module's thread starts");
@@ -220,12 +312,13 @@ void check_pools() {
         expect(pool.bytes == 0 && pool.blocks == 0, "a pool is empty at the end");
         expect(pool.peak_bytes > 0, "a pool was used");
     }
-    expect(pools == 3, "three pools are open");
+    expect(pools == 4, "four pools are open: three modules' own and the general one, which has the queue's entries");
 }
 
 int report(const LogTerminal &terminal) {
     struct velkor_host_ring ring = {};
     expect(velkor_host_ring_get(1, &ring) == 0, "there is a ring buffer");
+    report_snapshots();
     puts("\npools");
     velkor_host_pool_report(stdout);
     check_pools();

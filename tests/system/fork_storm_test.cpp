@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <velkor/allocation.h>
+#include <velkor/concurrency.h>
 #include <velkor/diagnostics.h>
 #include <velkor/firmware.h>
 
@@ -92,6 +93,23 @@ TEST(ForkStorm, AChildOfAProcessWithRegisteredThreadsNeverHangs) {
     fork_out_of(record, [&] {
         record();
         return true;
+    });
+}
+
+TEST(ForkStorm, AChildOfAProcessThatChangesItsTimersNeverHangs) {
+    const auto idle = [](void *argument) { return argument; };
+    const TimerEntry first = {1000000000, idle, nullptr};
+    const TimerEntry other = {1000000000, idle, const_cast<TimerEntry *>(&first)};
+    ASSERT_EQ(init_timer(&first), 0);
+    const auto change = [&] {
+        add_timer(&other);
+        search_timer(&other);
+        del_timer(&other);
+    };
+    fork_out_of(change, [&] {
+        change();
+        return search_timer(&first) != nullptr && add_timer(&other) == 0 && search_timer(&other) != nullptr &&
+               del_timer(&first) == 0 && search_timer(&first) == nullptr;
     });
 }
 
