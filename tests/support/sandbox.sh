@@ -33,25 +33,39 @@ shift 3
 
 mount -t tmpfs -o mode=755 velkor "$STAGE"
 
-# Every file system of the machine, except where the recorder's own paths are.
+# Every file system of the machine, except where the recorder's own paths are. Gathered first and done in few steps:
+# this is what each of some thousand tests begins with.
+links=
+directories=
 for entry in /* /.[!.]*; do
     case $entry in
-    /tmp | /etc | /dvrfile | /dvr | /tmpfile | '/*' | '/.[!.]*') ;;
+    /tmp | /etc | /dvrfile | /dvr | /tmpfile | '/*' | '/.[!.]*' | *[[:space:]\\]*) ;;
     *)
         if [ -L "$entry" ]; then
-            cp -P "$entry" "$STAGE$entry"
+            links="$links $entry"
         elif [ -d "$entry" ]; then
-            mkdir "$STAGE$entry"
-            mount --rbind "$entry" "$STAGE$entry"
+            directories="$directories $entry"
         fi
         ;;
     esac
 done
-mkdir "$STAGE/dvrfile" "$STAGE/dvr" "$STAGE/tmpfile" "$STAGE/tmp" "$STAGE/etc" "$STAGE/.etc"
-chmod 1777 "$STAGE/tmp"
+cd "$STAGE"
+# shellcheck disable=SC2046,SC2086 # lists of words
+{
+    [ -z "$links" ] || cp -P $links .
+    mkdir dvrfile dvr tmpfile tmp etc .etc $(printf ' .%s' $directories)
+}
+chmod 1777 tmp
+{
+    for entry in $directories; do
+        echo "$entry $STAGE$entry none rbind"
+    done
+    echo "/etc $STAGE/.etc none rbind"
+} >.mounts
+mount --all --fstab .mounts
+rm .mounts
 
 # /etc must take new files: links to the machine's own, and room beside them.
-mount --rbind /etc "$STAGE/.etc"
 find "$STAGE/.etc" -mindepth 1 -maxdepth 1 ! -name TZ -printf '/.etc/%f\0' |
     xargs -0 -r ln -s -t "$STAGE/etc"
 echo UTC0 >"$STAGE/etc/TZ"
