@@ -1,19 +1,25 @@
-// A small recorder process: a few modules on threads of their own log and allocate under their own names, a timer
-// orders snapshots that a queue keeps and the workers of the pool take, the log manager drains everybody's lines to a
+// A small recorder process: it runs shell commands through its runner, looks for tasks and tries to swap; then a few
+// modules on threads of their own log and allocate under their own names, a timer orders snapshots that a queue keeps
+// and the workers of the pool take, the log manager drains everybody's lines to a
 // terminal, and at the end everything is counted up. Exit status 0 only if the numbers agree.
 //
 //     recorder [--seconds N]       runs where /dvrfile and /tmp/tty.logman are free: ./dev sandbox recorder
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 #include <velkor/allocation.h>
 #include <velkor/concurrency.h>
 #include <velkor/diagnostics.h>
+#include <velkor/process.h>
 #include <velkor_host.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -32,6 +38,35 @@ using Clock = std::chrono::steady_clock;
 
 constexpr const char *SWITCH_FILE = "/dvrfile/logman";
 constexpr const char *TERMINAL = "/tmp/tty.logman";
+
+// ---- The command runner: the first thing that a recorder starts, while it is small and has one thread ----
+
+class CommandRunner {
+public:
+    CommandRunner() {
+        if (chdir("/dvrfile") == 0) {
+            std::ofstream("TODO") << "";  // the shared memory's key is made of it
+            process_ = VkSystemInit();
+        }
+    }
+
+    // The library never ends the runner: whoever goes for good does.
+    ~CommandRunner() {
+        if (ready()) {
+            kill(process_, SIGKILL);
+            waitpid(process_, nullptr, 0);
+            VkSystemUninit();
+        }
+    }
+
+    CommandRunner(const CommandRunner &) = delete;
+    CommandRunner &operator=(const CommandRunner &) = delete;
+
+    bool ready() const { return process_ > 0; }
+
+private:
+    pid_t process_ = -1;
+};
 
 // ---- The log terminal: a pseudo-terminal whose other end prints to the screen and counts ----
 
@@ -129,6 +164,65 @@ bool eventually(Condition condition) {
         std::this_thread::sleep_for(1ms);
     }
     return true;
+}
+
+// ---- Commands, tasks, swap: before other threads log, so that the ring tells how many lines the library wrote ----
+
+template <typename Work>
+void count_librarys_lines(Work work) {
+    struct velkor_host_ring before = {};
+    struct velkor_host_ring after = {};
+    velkor_host_ring_get(1, &before);
+    work();
+    velkor_host_ring_get(1, &after);
+    counters.accepted += static_cast<unsigned>(after.written - before.written);
+}
+
+unsigned print_lines(FILE *stream) {
+    unsigned lines = 0;
+    for (char line[256]; fgets(line, sizeof line, stream) != nullptr; ++lines) {
+        printf("  %s", line);
+    }
+    return lines;
+}
+
+void run_commands() {
+    expect(VkSystem("mkdir -p /tmp/record/channel1 /tmp/record/channel2") == 0, "a command runs");
+    expect(VkSystem("exit 3") == 3 << 8, "a command's exit status comes back");
+
+    puts("\noutput of a command, through a pipe of the runner's");
+    FILE *const space = VkPipeOpen("df -k /tmp", "r");
+    expect(space != nullptr && print_lines(space) == 2, "a pipe command's output comes");
+    expect(VkPipeClose(space) == 0, "its stream is closed");
+
+    FILE *const sorter = vk_popen("sort >/tmp/record/index", "w");
+    expect(sorter != nullptr && fputs("channel2\nchannel1\n", sorter) >= 0, "a command of our own reads what we write");
+    expect(vk_pclose(sorter) == 0, "and ends well");
+    expect(VkSystem("test \"$(head -n 1 /tmp/record/index)\" = channel1") == 0, "it has done its work");
+}
+
+void look_for_tasks() {
+    std::array<int, VELKOR_TASK_IDS> ids = {};
+    int count = 0;
+    expect(vk_FindRunningTask("recorder", &count, ids.data()) == 0, "tasks are looked for");
+    printf("\ntasks named recorder\n ");
+    std::for_each_n(ids.begin(), count, [](int id) { printf(" %d", id); });
+    puts("");
+    expect(std::find(ids.begin(), ids.begin() + count, getpid()) != ids.begin() + count, "this one is found");
+}
+
+// The kernel decides: it does not swap on a file system in memory, such as a sandbox has.
+void try_to_swap() {
+    std::ofstream(VELKOR_HOST_SETTINGS_FILE) << "[disk 0]\npath = /tmp/record\n[swap]\nmax_size = 1\n";
+    puts("\nswap");
+    const int started = swapmem_Start(-1);
+    expect(started == 0 || started == -4, "swap starts, or the script says why not");
+    int active = 0;
+    int size = 0;
+    int used = 0;
+    expect(swapmem_Check(&active, &size, &used) == 0, "the swap areas are looked at");
+    printf("  %s, %d kB, %d kB in use\n", active != 0 ? "on" : "off", size, used);
+    expect(swapmem_Stop(0) == (started == 0 ? 0 : -2), "swap stops where it was started");
 }
 
 // ---- The modules ----
@@ -312,7 +406,7 @@ void check_pools() {
         expect(pool.bytes == 0 && pool.blocks == 0, "a pool is empty at the end");
         expect(pool.peak_bytes > 0, "a pool was used");
     }
-    expect(pools == 4, "four pools are open: three modules' own and the general one, which has the queue's entries");
+    expect(pools == 4, "four pools are open: three modules' own and the general one, which has the rest");
 }
 
 int report(const LogTerminal &terminal) {
@@ -351,15 +445,20 @@ int main(int argc, char **argv) {
         fputs("usage: recorder [--seconds N]\n", stderr);
         return 2;
     }
+    const CommandRunner runner;
     LogTerminal terminal;
     std::ofstream(SWITCH_FILE) << "dbgprint=1\ninvert=heartbeat\n";
-    if (!terminal.ready() || access(SWITCH_FILE, R_OK) != 0) {
+    if (!runner.ready() || !terminal.ready() || access(SWITCH_FILE, R_OK) != 0) {
         fprintf(stderr, "recorder: cannot make %s and %s; try it in ./dev sandbox\n", TERMINAL, SWITCH_FILE);
         return 1;
     }
     printf("%s is here, the log is on; %d seconds of work\n", SWITCH_FILE, seconds);
     logman_init();
     expect(vk_GetLogmanEnable() == 1, "the log is on");
+
+    count_librarys_lines(run_commands);
+    count_librarys_lines(look_for_tasks);
+    count_librarys_lines(try_to_swap);
 
     run_modules(Clock::now() + std::chrono::seconds(seconds));
 

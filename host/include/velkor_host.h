@@ -110,6 +110,40 @@ VELKOR_API int velkor_host_thread_get(unsigned index, struct velkor_host_thread 
 /** Write a table of all registered threads to @p out (NULL = nowhere): a line of titles, then one line a thread. */
 VELKOR_API void velkor_host_thread_report(FILE *out);
 
+/**
+ * What a person at the bench sets for the stand-ins. Read each time something is asked; absent means that there are no
+ * disks. Lines of "name = value" below "[section]"; "#" and ";" begin a line that is not read. A line is at most 511
+ * characters long. The first line of a name counts.
+ *
+ *     [disk 0]
+ *     path = /mnt/disk0       where it is mounted, at most 63 characters
+ *     state = 3               instead of what the path looks like (see below)
+ *
+ *     [swap]
+ *     max_size = 64           MiB of the swap file
+ *     high_level = 32         MiB in use from which on the recorder is quietened first
+ *
+ * A disk's state is 0 when it is not in the file, 1 when its path is no directory, 2 when it cannot be written, 3 when
+ * it can. The sizes above are those that hold without the file.
+ */
+#define VELKOR_HOST_SETTINGS_FILE "/dvrfile/velkor-host.ini"
+
+/** What the recording control was asked to do. */
+struct velkor_host_recording {
+    int paused;          /**< 1 while recording is paused */
+    uint64_t pauses;     /**< calls of rec_PauseAllFile() */
+    uint64_t restarts;   /**< calls of rec_RestartAllFile() */
+    int channels_paused; /**< 1 while the recorder's channels are, by vk_cmd_UpgradeSetChnStat() */
+};
+
+/**
+ * Look at the recording control.
+ *
+ * @retval 0   @p out is filled
+ * @retval -1  @p out is NULL
+ */
+VELKOR_API int velkor_host_recording_get(struct velkor_host_recording *out);
+
 VELKOR_END_C
 
 #endif

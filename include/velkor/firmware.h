@@ -102,6 +102,45 @@ void *vkmem_GlobalAlloc(size_t size, const char *file, int line);
 void vkmem_GlobalFree(void *block);
 /** @} */
 
+/** @name Disks and swap settings
+ * Asked when swap is started or stopped, by one thread at a time. @{ */
+
+/** Number of disks of a kind; the library asks for kind 1, and relies on whether it is greater than 0. */
+int disk_GetDiskNum(int kind);
+
+/** State of disk @p disk, 0 to 23, whether or not there is one; above 2: fit to hold a swap file. */
+int disk_GetState(int disk);
+
+/**
+ * Where a disk is mounted.
+ *
+ * @param disk  0 to 23
+ * @param kind  1
+ * @param path  64 bytes, cleared, the terminator included
+ * @return 1001 when @p path is filled, anything else when there is no such disk or it is not mounted
+ */
+int disk_GetSataMntPath(int disk, int kind, char *path);
+
+/** Size of the swap file, in the unit of the script "/dvr/swap_ctrl.sh". */
+int cfg_gSwapMaxsize(void);
+
+/** Megabytes of swap in use from which on the recorder is quietened before swap is taken away. */
+int cfg_gSwapHighLv(void);
+
+/** Pause (0) or resume (1) the recorder's channel activity. The library ignores the result. */
+int vk_cmd_UpgradeSetChnStat(int flag);
+/** @} */
+
+/** @name Recording control
+ * The results are ignored; every pause is followed by a restart. @{ */
+
+/** Pause recording: no file is written from now on. */
+int rec_PauseAllFile(void);
+
+/** Go on recording. */
+int rec_RestartAllFile(void);
+/** @} */
+
 VELKOR_END_C
 
 #endif

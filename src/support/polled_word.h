@@ -12,6 +12,10 @@
 
 namespace velkor {
 
+// Who polls and who writes. The kernel finds a word of one process by its address, which is quicker, and a word in
+// memory that several processes share by the page behind it.
+enum class Reach { one_process = FUTEX_PRIVATE_FLAG, several_processes = 0 };
+
 // The kernel compares 32 bits: of a longer word, the lower half. Two values that differ only in the upper half cost one
 // pause, since the writer's wake-up may come before the sleep.
 template <typename Word>
@@ -23,19 +27,20 @@ uint32_t *compared_half(std::atomic<Word> &word) {
 // Sleeps while the word is what was seen, at most `microseconds` (less than a second). Returns early for no reason,
 // too.
 template <typename Word>
-void pause_while(std::atomic<Word> &word, Word seen, long microseconds) {
+void pause_while(std::atomic<Word> &word, Word seen, long microseconds, Reach reach = Reach::one_process) {
     // What the kernel's call takes, whatever this C library's time_t is.
     const struct {
         long seconds;
         long nanoseconds;
     } pause = {0, microseconds * 1000};
-    syscall(SYS_futex, compared_half(word), FUTEX_WAIT_PRIVATE, static_cast<uint32_t>(seen), &pause, nullptr, 0);
+    syscall(SYS_futex, compared_half(word), FUTEX_WAIT | static_cast<int>(reach), static_cast<uint32_t>(seen), &pause,
+            nullptr, 0);
 }
 
 // To be called after the word was changed.
 template <typename Word>
-void wake_poller(std::atomic<Word> &word) {
-    syscall(SYS_futex, compared_half(word), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+void wake_poller(std::atomic<Word> &word, Reach reach = Reach::one_process) {
+    syscall(SYS_futex, compared_half(word), FUTEX_WAKE | static_cast<int>(reach), 1, nullptr, nullptr, 0);
 }
 
 }  // namespace velkor

@@ -69,6 +69,7 @@ rm .mounts
 find "$STAGE/.etc" -mindepth 1 -maxdepth 1 ! -name TZ -printf '/.etc/%f\0' |
     xargs -0 -r ln -s -t "$STAGE/etc"
 echo UTC0 >"$STAGE/etc/TZ"
+cp "$project/examples/swap_ctrl.sh" "$STAGE/dvr/"
 
 # A project that was unpacked below /tmp stays within reach.
 for needed in "$project" "$directory"; do
