@@ -45,8 +45,6 @@ Json in_json(const SwitchFile &file) {
     return object;
 }
 
-std::string in_quotes(const std::string &text) { return "\"" + spelt_out(text) + "\""; }
-
 void add_slots(Table &table, const std::string &kind, const std::vector<std::string> &texts) {
     for (size_t slot = 0; slot < texts.size(); ++slot) {
         table.add(kind + " " + std::to_string(slot),

@@ -8,18 +8,18 @@
 #include <velkor/text.h>
 
 #include <algorithm>
-#include <array>
 #include <thread>
 
 #include "descriptor.h"
 #include "exit_status.h"
+#include "file_text.h"
 #include "interruption.h"
+#include "temporary_file.h"
 
 namespace tool::log {
 
 namespace {
 
-constexpr const char *DIRECTORY = "/dvrfile";
 constexpr size_t LONGEST_PIECE = 1022;  // what a process reads of a line at a time
 constexpr size_t LONGEST_TEXT = VELKOR_LOGMAN_SLOT_SIZE - 1;
 constexpr size_t SLOTS = VELKOR_LOGMAN_SLOTS;
@@ -90,32 +90,7 @@ private:
     std::string print_piece_;
 };
 
-std::string read_all(int descriptor) {
-    std::string content;
-    std::array<char, 4096> piece;
-    for (;;) {
-        const ssize_t length = read(descriptor, piece.data(), piece.size());
-        if (length < 0) {
-            fail_call(std::string("read ") + SWITCH_FILE);
-        }
-        if (length == 0) {
-            return content;
-        }
-        content.append(piece.data(), static_cast<size_t>(length));
-    }
-}
-
 // ---- Editing ----
-
-std::vector<std::string> lines_of(const std::string &content) {
-    std::vector<std::string> lines;
-    for (size_t at = 0; at < content.size();) {
-        const size_t end = std::min(content.find('\n', at), content.size() - 1) + 1;
-        lines.push_back(content.substr(at, end - at));
-        at = end;
-    }
-    return lines;
-}
 
 bool has_key(const std::string &line, const char *key) {
     return line.starts_with(key) && line.find('=') != std::string::npos;
@@ -175,64 +150,15 @@ void add_texts(std::vector<std::string> &lines, const std::string &kind, const s
 
 // ---- Writing ----
 
-// The new file beside the old one, gone again unless it took the old one's place.
-class Replacement {
-public:
-    Replacement() : descriptor_(mkostemp(path_.data(), O_CLOEXEC)) {
-        if (!descriptor_) {
-            fail_call(std::string("create a file in ") + DIRECTORY);
-        }
+// Whoever may read the old file may read the new one. Its owner is kept where that is allowed.
+void look_like_old_file(const TemporaryFile &file) {
+    struct stat old = {};
+    const bool there = stat(SWITCH_FILE, &old) == 0;
+    if (there && fchown(file.descriptor(), old.st_uid, old.st_gid) != 0 && errno != EPERM) {
+        fail_call(std::string("give the new file to the owner of ") + SWITCH_FILE);
     }
-
-    ~Replacement() {
-        if (!in_place_) {
-            unlink(path_.c_str());
-        }
-    }
-
-    Replacement(const Replacement &) = delete;
-    Replacement &operator=(const Replacement &) = delete;
-
-    // Whoever may read the old file may read the new one. Its owner is kept where that is allowed.
-    void look_like_old_file() const {
-        struct stat old = {};
-        const bool there = stat(SWITCH_FILE, &old) == 0;
-        if (there && fchown(descriptor_.get(), old.st_uid, old.st_gid) != 0 && errno != EPERM) {
-            fail_call("give " + path_ + " to its owner");
-        }
-        if (fchmod(descriptor_.get(), there ? old.st_mode & 07777 : 0644) != 0) {
-            fail_call("set the mode of " + path_);
-        }
-    }
-
-    void write(std::string_view content) const {
-        while (!content.empty()) {
-            const ssize_t written = ::write(descriptor_.get(), content.data(), content.size());
-            if (written < 0 && errno != EINTR) {
-                fail_call("write " + path_);
-            }
-            content.remove_prefix(static_cast<size_t>(std::max<ssize_t>(written, 0)));
-        }
-        if (fsync(descriptor_.get()) != 0) {
-            fail_call("write " + path_);
-        }
-    }
-
-    // From when the old file is gone the new one holds all there is: it is kept, even if it cannot get its name.
-    void take_place(std::chrono::milliseconds absence) {
-        remove_switch_file();
-        in_place_ = true;
-        std::this_thread::sleep_for(absence);
-        if (rename(path_.c_str(), SWITCH_FILE) != 0) {
-            fail_call("rename " + path_ + " to " + SWITCH_FILE);
-        }
-    }
-
-private:
-    std::string path_ = std::string(SWITCH_FILE) + ".XXXXXX";
-    Descriptor descriptor_;
-    bool in_place_ = false;
-};
+    file.set_mode(there ? old.st_mode : 0644);
+}
 
 }  // namespace
 
@@ -262,7 +188,7 @@ SwitchFile look_at_switch_file() {
         return file;
     }
     if (S_ISREG(status.st_mode)) {
-        file.content = read_all(descriptor.get());
+        file.content = read_all(descriptor.get(), SWITCH_FILE);
     }
     file.settings = read_settings(file.content);
     return file;
@@ -299,10 +225,13 @@ std::string edited(const std::string &content, const Edits &edits) {
 
 void replace_switch_file(const std::string &content, std::chrono::milliseconds absence) {
     const Interruption held;
-    Replacement replacement;
-    replacement.look_like_old_file();
+    TemporaryFile replacement(SWITCH_FILE);
+    look_like_old_file(replacement);
     replacement.write(content);
-    replacement.take_place(absence);
+    remove_switch_file();
+    replacement.keep();  // from now on it holds all there is, even if it cannot get its name
+    std::this_thread::sleep_for(absence);
+    replacement.take_name(SWITCH_FILE);
 }
 
 bool remove_switch_file() {

@@ -42,6 +42,7 @@ int run(int argc, char **argv) {
     velkor.failure_message(usage_error);
     velkor.require_subcommand(1);
     tool::Run chosen;
+    tool::add_ini(velkor, chosen);
     tool::add_log(velkor, chosen);
     tool::add_run(velkor, chosen);
     tool::add_sys(velkor, chosen);

@@ -44,6 +44,8 @@ std::string spelt_out(std::string_view text) {
     return result;
 }
 
+std::string in_quotes(std::string_view text) { return "\"" + spelt_out(text) + "\""; }
+
 void Table::print() const {
     size_t width = 0;
     for (const Row &row : rows_) {

@@ -43,6 +43,9 @@ private:
 // Control characters spelt out ("^["): what a recorder logs must not steer an engineer's terminal.
 std::string spelt_out(std::string_view text);
 
+// The same between double quotes.
+std::string in_quotes(std::string_view text);
+
 // Rows of a name and its values, the values below each other.
 class Table {
 public:
