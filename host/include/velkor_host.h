@@ -110,6 +110,50 @@ VELKOR_API int velkor_host_thread_get(unsigned index, struct velkor_host_thread 
 /** Write a table of all registered threads to @p out (NULL = nowhere): a line of titles, then one line a thread. */
 VELKOR_API void velkor_host_thread_report(FILE *out);
 
+/** Where the shared daylight setting (`g_stDaylightSaving`) is kept. It is read when a process starts. */
+#define VELKOR_HOST_DAYLIGHT_FILE "/dvrfile/daylight"
+
+/**
+ * Read the shared daylight setting again. Values that the file does not name stay as they are.
+ *
+ * @retval 0   read
+ * @retval -1  the file cannot be read: the setting stays as it is
+ */
+VELKOR_API int velkor_host_daylight_load(void);
+
+/** What Cfg_GetCalenderEnable() answers from now on; 0 at the start of a process. */
+VELKOR_API void velkor_host_set_calendar(int enable);
+
+/**
+ * Let this process's local time be what "/etc/TZ" says, as the recorder's C library does by itself. Sets the
+ * environment variable TZ: call it while the process has one thread.
+ *
+ * @retval 0   done
+ * @retval -1  the file cannot be read or says nothing: local time stays as it is
+ */
+VELKOR_API int velkor_host_follow_zone_file(void);
+
+/** Who is logged in from now on; NULL or an empty name: nobody, as at the start of a process. */
+VELKOR_API void velkor_host_set_user(const char *name);
+
+/** Where log_Write() appends its entries: "[stamp] handle major minor code text", a line each. */
+#define VELKOR_HOST_OPERATION_LOG "/dvrfile/operation.log"
+
+/** What the recording control was asked to do. */
+struct velkor_host_recording {
+    int paused; /**< 1 while recording is paused */
+    uint64_t pauses;
+    uint64_t restarts;
+};
+
+/**
+ * Look at the recording control.
+ *
+ * @retval 0   @p out is filled
+ * @retval -1  @p out is NULL
+ */
+VELKOR_API int velkor_host_recording_get(struct velkor_host_recording *out);
+
 VELKOR_END_C
 
 #endif
