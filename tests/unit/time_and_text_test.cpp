@@ -5,10 +5,8 @@
 #include <string.h>
 #include <sys/sysinfo.h>
 #include <time.h>
-#include <unistd.h>
 #include <velkor/calendar.h>
 #include <velkor/firmware.h>
-#include <velkor_host.h>
 
 #include <atomic>
 #include <limits>
@@ -17,7 +15,6 @@
 #include <vector>
 
 #include "support/log_capture.h"
-#include "support/place.h"
 
 namespace {
 
@@ -26,7 +23,34 @@ std::atomic<long> pretended_uptime{0};
 std::atomic<bool> uptime_fails{false};
 std::atomic<time_t> pretended_time{0};
 
+// What the time service fills, and whether it does.
+bool service_fills = true;
+int64_t chosen_uptime_ms = 0;
+int64_t chosen_difference = 0;
+
+void *calendar_argument = nullptr;
+int chosen_calendar = 0;
+
 }  // namespace
+
+int vkt_get_uptime_ms(int64_t *milliseconds) {
+    if (service_fills) {
+        *milliseconds = chosen_uptime_ms;
+    }
+    return -1;  // ignored
+}
+
+int vkt_get_time_diff(int64_t *seconds) {
+    if (service_fills) {
+        *seconds = chosen_difference;
+    }
+    return -1;  // ignored
+}
+
+int Cfg_GetCalenderEnable(void *argument) {
+    calendar_argument = argument;
+    return chosen_calendar;
+}
 
 extern "C" int sysinfo(struct sysinfo *info) noexcept {
     if (uptime_fails) {
@@ -467,9 +491,14 @@ TEST(PersianTimeToText, IsTheSameForFourThreadsAtOnce) {
 }
 
 TEST(CalendarSetting, IsPassedThrough) {
-    EXPECT_EQ(GetNvrSalorCalenderEnable(nullptr), 0);
-    velkor_host_set_calendar(1);
-    EXPECT_EQ(GetNvrSalorCalenderEnable(nullptr), 1);
+    int anything = 0;
+    for (const int answer : {0, 1, -7}) {
+        chosen_calendar = answer;
+        EXPECT_EQ(GetNvrSalorCalenderEnable(&anything), answer);
+        EXPECT_EQ(calendar_argument, &anything);
+    }
+    GetNvrSalorCalenderEnable(nullptr);
+    EXPECT_EQ(calendar_argument, nullptr);
 }
 
 // ---- Clocks ----
@@ -566,19 +595,22 @@ TEST(RememberedUptime, IsZeroWhenNothingCanBeRead) {
     EXPECT_EQ(get_uptime(), 0);
 }
 
-TEST(UptimeInMilliseconds, FollowsTheClock) {
-    const int64_t before = get_uptime_ms();
-    usleep(20000);
-    const int64_t after = get_uptime_ms();
-    EXPECT_GE(after - before, 20);
-    EXPECT_NEAR(static_cast<double>(after) / 1000, get_uptime(), 2);
+TEST(UptimeInMilliseconds, IsWhatTheTimeServiceFills) {
+    chosen_uptime_ms = 0x123456789abcdef;
+    EXPECT_EQ(get_uptime_ms(), 0x123456789abcdef);
+    service_fills = false;
+    EXPECT_EQ(get_uptime_ms(), 0);
 }
 
-TEST(LocalDifference, IsThatOfTheZone) {
-    set_zone("<+0330>-3:30");
+TEST(LocalDifference, IsTheLowWordOfWhatTheTimeServiceFills) {
+    chosen_difference = 12600;
     EXPECT_EQ(get_localtz_timediff(), 12600);
-    set_zone("<-0930>9:30");
+    chosen_difference = -34200;
     EXPECT_EQ(get_localtz_timediff(), -34200);
+    chosen_difference = 0x1234500000007;
+    EXPECT_EQ(get_localtz_timediff(), 7);
+    service_fills = false;
+    EXPECT_EQ(get_localtz_timediff(), 0);
 }
 
 }  // namespace
