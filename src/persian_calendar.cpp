@@ -56,7 +56,8 @@ bool is_small(int number) { return number > -1000000 && number < 1000000; }
 template <typename Integer>
 Integer days_before_year(Integer year) {
     const Integer before = year - 1;
-    return 365 * before + before / 4 - before / 100 + before / 400;
+    const Integer centuries = before / 100;
+    return 365 * before + before / 4 - centuries + centuries / 4;
 }
 
 template <typename Integer>
@@ -65,9 +66,10 @@ Integer days_before_month(Integer month, bool is_leap) {
     return (367 * month - 362) / 12 + correction;
 }
 
-// Of which 1 January of year 1 is number 0.
+// Of which 1 January of year 1 is number 0. What a conversion calls is marked inline here, and so inlined at -O2: the
+// calls were a third of its time.
 template <typename Integer>
-Integer gregorian_day(Integer year, Integer month, Integer day) {
+inline Integer gregorian_day(Integer year, Integer month, Integer day) {
     return days_before_year(year) + days_before_month(month, is_gregorian_leap(static_cast<int>(year))) + day - 1;
 }
 
@@ -178,10 +180,13 @@ constexpr int DAY_ZERO_NUMBER = 1721425;  // of DAY_ZERO, rounded down
 constexpr int FIRST_FAST_DAY = DAY_ZERO_NUMBER + 3 * 366;
 constexpr int LAST_FAST_DAY = DAY_ZERO_NUMBER + (LAST_REMEMBERED - 3) * 365;
 
-bool is_fast(double jd) { return jd >= FIRST_FAST_DAY && jd < LAST_FAST_DAY; }
+template <typename Number>
+bool is_fast(Number day) {
+    return day >= FIRST_FAST_DAY && day < LAST_FAST_DAY;
+}
 
 // `year` is where to begin: the Gregorian year of the day, or about that.
-PersianYear remembered_year_of(int32_t day, int year) {
+inline PersianYear remembered_year_of(int32_t day, int year) {
     while (remembered_noon(year) > day) {
         --year;
     }
@@ -250,7 +255,7 @@ double first_noon(double year) {
 
 constexpr int DAYS_IN_FIRST_HALF = 186;
 
-velkor_date date_in_year(const PersianYear &found, int32_t day) {
+inline velkor_date date_in_year(const PersianYear &found, int32_t day) {
     const int year = found.year;
     const int day_of_year = day - found.noon + 1;
     if (day_of_year <= DAYS_IN_FIRST_HALF) {
@@ -378,13 +383,14 @@ int leap_persian(int year) { return leap_persiana(year); }
 // ---- From one calendar to the other -------------------------------------------------------------------------------
 
 void MiladiToShamsi(velkor_date *out, int year, int month, int day) {
-    const double jd = gregorian_to_jd(year, month, day);
-    if (out != nullptr && is_fast(jd) && is_remembered(year) && year < LAST_REMEMBERED) {
-        const auto number = static_cast<int32_t>(jd);
-        *out = date_in_year(remembered_year_of(number, year), number);
-    } else {
-        jd_to_persian(out, jd);
+    if (out != nullptr && is_remembered(year) && year < LAST_REMEMBERED && is_small(month) && is_small(day)) {
+        const int number = DAY_ZERO_NUMBER + gregorian_day(year, month, day);
+        if (is_fast(number)) {
+            *out = date_in_year(remembered_year_of(number, year), number);
+            return;
+        }
     }
+    jd_to_persian(out, gregorian_to_jd(year, month, day));
 }
 
 void ShamsiToMiladi(velkor_date *out, int year, int month, int day) {

@@ -239,7 +239,9 @@ enum velkor_calendar { VELKOR_GREGORIAN = 1, VELKOR_PERSIAN = 2 };
 /**
  * The same day in the other calendar.
  *
- * @param type  calendar of the date given, see velkor_calendar
+ * @param type              calendar of the date given, see velkor_calendar
+ * @param year, month, day  the date
+ * @param out               receives the date in the other calendar
  * @retval 0     @p out is set
  * @retval -1    @p out is NULL, or a Persian date falls into Gregorian year -9999
  * @retval -103  unknown @p type
@@ -249,8 +251,9 @@ VELKOR_API int conversionDate(int type, int year, int month, int day, velkor_dat
 /**
  * Week day of a date.
  *
- * @param type  calendar of the date given, see velkor_calendar
- * @param out   receives the result as well
+ * @param type              calendar of the date given, see velkor_calendar
+ * @param year, month, day  the date
+ * @param out               receives the result as well
  * @return 0 (Sunday) to 6; -1 when @p out is NULL or @p type is unknown
  */
 VELKOR_API int getWeekByDate(int type, int year, int month, int day, int *out);
@@ -273,6 +276,7 @@ typedef struct velkor_month_week_day {
  * @param month    1 to 12
  * @param week     1 to 5
  * @param weekday  1 (Monday) to 7 (Sunday)
+ * @param out      receives the rule
  * @retval 0   @p out is set
  * @retval -1  @p out is NULL
  */
@@ -285,6 +289,8 @@ VELKOR_API int ShamsiToMiladi_DaylightSaving(int year, int month, int week, int 
  * days past Saturday are not counted on from Sunday (a month of 30 days that starts on a Saturday answers 5 for
  * Saturday only).
  *
+ * @param year     Persian year
+ * @param month    1 to 12
  * @param weekday  0 (Sunday) to 6
  * @return 4 or 5
  */
