@@ -37,6 +37,15 @@ TEST(ToolCalendar, ConvertsEitherWay) {
     EXPECT_EQ(json::parse(gregorian.out)["gregorian"]["text"], "2025-03-20");
 }
 
+TEST(ToolCalendar, HelpsEverywhere) {
+    for (const char *command : {"calendar", "calendar to-persian", "calendar to-gregorian", "calendar month",
+                                "calendar nowruz", "calendar leap"}) {
+        const tool::Outcome help = tool::run(std::string(command) + " --help");
+        EXPECT_EQ(help.status, 0) << command;
+        EXPECT_THAT(help.out, HasSubstr(std::string("Usage: velkor ") + command)) << command;
+    }
+}
+
 TEST(ToolCalendar, RefusesWhatIsNoDate) {
     for (const char *date : {"1404-12-30", "1403-13-1", "1403-1-0", "0-1-1", "yesterday", "1403-1-1x", "''"}) {
         const tool::Outcome outcome = tool::run(std::string("calendar to-gregorian ") + date);

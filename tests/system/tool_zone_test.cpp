@@ -29,6 +29,20 @@ TEST(ToolZone, SetsTheZoneForTheNextProcess) {
     EXPECT_EQ(shown["in_daylight"], false);
 }
 
+TEST(ToolZone, SaysWhatItSetInJson) {
+    const json set = json::parse(tool::run("zone set 108 --json").out);
+    EXPECT_EQ(set["code"], 10800);
+    EXPECT_EQ(set["file"], "<+0800>-08:00");
+}
+
+TEST(ToolZone, HelpsEverywhere) {
+    for (const char *command : {"zone", "zone show", "zone set", "zone transitions", "zone compare"}) {
+        const tool::Outcome help = tool::run(std::string(command) + " --help");
+        EXPECT_EQ(help.status, 0) << command;
+        EXPECT_THAT(help.out, HasSubstr(std::string("Usage: velkor ") + command)) << command;
+    }
+}
+
 TEST(ToolZone, RefusesACodeThatIsNone) {
     const tool::Outcome outcome = tool::run("zone set 120");
     EXPECT_EQ(outcome.status, 2);

@@ -313,6 +313,7 @@ TEST(TimeFromText, IsMinusOneForADateThatTimeCannotHold) {
     } else {
         EXPECT_EQ(StrToTime("20380119031408"), static_cast<time_t>(int64_t{2147483648}));
         EXPECT_EQ(StrToTime("99991231235959"), static_cast<time_t>(int64_t{253402300799}));
+        EXPECT_EQ(StrToTime("09990101000000"), static_cast<time_t>((gregorian_to_jd(999, 1, 1) - 2440587.5) * 86400));
     }
 }
 

@@ -145,6 +145,7 @@ struct SetOptions {
     int code = 0;
     int handle = 0;
     std::string text = "time zone changed";
+    bool json = false;
 };
 
 int set(const SetOptions &options) {
@@ -159,7 +160,11 @@ int set(const SetOptions &options) {
     if (written != zone_text(wanted)) {
         throw Failure(NEGATIVE, std::string("cannot write ") + ZONE_FILE + ": the zone stays as it was");
     }
-    std::cout << ZONE_FILE << " says " << spelt_out(written) << '\n';
+    if (options.json) {
+        print_json({{"code", vk_getCurTimeZone(0)}, {"file", written}});
+    } else {
+        std::cout << ZONE_FILE << " says " << spelt_out(written) << '\n';
+    }
     return SUCCESS;
 }
 
@@ -169,6 +174,7 @@ void add_set(CLI::App &family, Run &chosen) {
     command.add_option("CODE", options->code, "88 to 113: UTC + (CODE - 100) hours; 10530: UTC+05:30")->required();
     command.add_option("--handle", options->handle, "For the operation log")->capture_default_str();
     command.add_option("--text", options->text, "For the operation log")->capture_default_str();
+    add_json(command, options->json);
     command.footer("Status 1 when /etc/TZ could not be written, 2 when there is no such zone.");
     command.callback([options, &chosen] { chosen = [options] { return set(*options); }; });
 }
