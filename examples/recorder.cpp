@@ -13,6 +13,7 @@
 #include <termios.h>
 #include <unistd.h>
 #include <velkor/allocation.h>
+#include <velkor/calendar.h>
 #include <velkor/concurrency.h>
 #include <velkor/diagnostics.h>
 #include <velkor/process.h>
@@ -376,6 +377,29 @@ void report_snapshots() {
     expect(snapshots.ordered > 0, "the timer ran");
 }
 
+// Keeps the remembered clocks fresh, and writes what the screen shows: the time in both calendars.
+void show_time(Clock::time_point end) {
+    ThrInfo_DoRecord("clock", __LINE__, nullptr);
+    while (Clock::now() < end) {
+        const time_t now = setmytime();
+        expect(set_uptime() == 0, "the uptime is read");
+        char gregorian[64];
+        TimeToString("Y-M-D H:I:S", gregorian, now);
+        char persian[64];
+        CalTimeToString("Y-M-D", persian, now);
+        counters.accepted += 2;  // the library's own lines about the date
+        velkor_date day = {};
+        sscanf(persian, "%4d-%2d-%2d", &day.year, &day.month, &day.day);
+        expect(conversionDate(VELKOR_PERSIAN, day.year, day.month, day.day, &day) == 0, "a date is converted");
+        char back[64];
+        snprintf(back, sizeof back, "%04d-%02d-%02d", day.year, day.month, day.day);
+        expect(strncmp(back, gregorian, 10) == 0, "a Persian date is the day that it came from");
+        LOG("clock", "on the screen: %s, %s", gregorian, persian);
+        std::this_thread::sleep_for(290ms);
+    }
+    ThrInfo_Clear();
+}
+
 // ---- The process ----
 
 void *run_module(void *module) {
@@ -385,7 +409,7 @@ void *run_module(void *module) {
 
 void run_modules(Clock::time_point end) {
     std::vector<std::function<void()>> modules = {[=] { encode(end); }, [=] { watch_motion(end); }, [=] { store(end); },
-                                                  [=] { take_snapshots(end); }};
+                                                  [=] { take_snapshots(end); }, [=] { show_time(end); }};
     std::vector<pthread_t> threads(modules.size());
     for (size_t i = 0; i < modules.size(); ++i) {
         expect(__pthread_create(&threads[i], nullptr, run_module, &modules[i]) == 0, "a module's thread starts");

@@ -128,6 +128,35 @@ VELKOR_API void velkor_host_thread_report(FILE *out);
  */
 #define VELKOR_HOST_SETTINGS_FILE "/dvrfile/velkor-host.ini"
 
+/** Where the shared daylight setting (`g_stDaylightSaving`) is kept. It is read when a process starts. */
+#define VELKOR_HOST_DAYLIGHT_FILE "/dvrfile/daylight"
+
+/**
+ * Read the shared daylight setting again. Values that the file does not name stay as they are.
+ *
+ * @retval 0   read
+ * @retval -1  the file cannot be read: the setting stays as it is
+ */
+VELKOR_API int velkor_host_daylight_load(void);
+
+/** What Cfg_GetCalenderEnable() answers from now on; 0 at the start of a process. */
+VELKOR_API void velkor_host_set_calendar(int enable);
+
+/**
+ * Let this process's local time be what "/etc/TZ" says, as the recorder's C library does by itself. Sets the
+ * environment variable TZ: call it while the process has one thread.
+ *
+ * @retval 0   done
+ * @retval -1  the file cannot be read or says nothing: local time stays as it is
+ */
+VELKOR_API int velkor_host_follow_zone_file(void);
+
+/** Who is logged in from now on; NULL or an empty name: nobody, as at the start of a process. */
+VELKOR_API void velkor_host_set_user(const char *name);
+
+/** Where log_Write() appends its entries: "[stamp] handle major minor code text", a line each. */
+#define VELKOR_HOST_OPERATION_LOG "/dvrfile/operation.log"
+
 /** What the recording control was asked to do. */
 struct velkor_host_recording {
     int paused;          /**< 1 while recording is paused */

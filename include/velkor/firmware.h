@@ -10,9 +10,11 @@
 #define VELKOR_FIRMWARE_H
 
 #include <stddef.h>
+#include <stdint.h>
 #include <stdio.h>
 
 #include <velkor/api.h>
+#include <velkor/calendar.h>
 
 VELKOR_BEGIN_C
 
@@ -100,6 +102,69 @@ void *vkmem_GlobalAlloc(size_t size, const char *file, int line);
 
 /** Release a block of vkmem_GlobalAlloc(). */
 void vkmem_GlobalFree(void *block);
+/** @} */
+
+/** @name Time service
+ * @{ */
+
+/** Uptime in seconds. The library ignores the result. */
+int vkt_get_uptime(int64_t *seconds);
+
+/** Uptime in milliseconds. The library clears the value before and ignores the result. */
+int vkt_get_uptime_ms(int64_t *milliseconds);
+
+/** Seconds that local time is ahead of UTC now. The library clears the value before and ignores the result. */
+int vkt_get_time_diff(int64_t *seconds);
+
+/**
+ * The zone's text as the C library reads it from "/etc/TZ": POSIX TZ form, without a line end.
+ *
+ * @param config  the setting, its zone a long code
+ * @param buffer  cleared; the library takes the text up to a 0 or @p size
+ * @param size    bytes of @p buffer
+ * @return ignored
+ */
+int vkt_tzset_to_tzstr(const DaylightConfig *config, char *buffer, int size);
+/** @} */
+
+/** @name Time configuration
+ * @{ */
+
+/** The shared daylight setting. A rule is packed as in velkor_packed_daylight, but its week counts from 0. */
+typedef struct CfgDaylightSaving {
+    int32_t enable;
+    int32_t zone; /**< zone code */
+    uint32_t start;
+    uint32_t stop;
+    int32_t offset; /**< minutes */
+} CfgDaylightSaving;
+
+/** Read by the library under its own lock, the zone also without; only the zone is ever changed by it. */
+extern CfgDaylightSaving g_stDaylightSaving;
+
+/** Save the setting. Called under the library's daylight lock: it must not call back. The result is ignored. */
+int Cfg_sDaylightSaving(const CfgDaylightSaving *setting);
+
+/** Whether the Persian calendar is chosen for display. The argument is whatever the library's caller gave. */
+int Cfg_GetCalenderEnable(void *argument);
+/** @} */
+
+/** @name Users and operation log
+ * @{ */
+
+/** The name of the user who is logged in, or NULL. It must stay valid until log_Write() returned. */
+const char *UKCmd_GetUser(void);
+
+/**
+ * Write an entry into the operation log. The library ignores the result.
+ *
+ * @param handle  as given by the library's caller
+ * @param major   3 here
+ * @param minor   0xFFF0 here
+ * @param code    3223: text and user, 3018: text
+ * @param format  printf() form
+ */
+int log_Write(int handle, int major, int minor, int code, const char *format, ...) VELKOR_FORMAT(5, 6);
 /** @} */
 
 /** @name Disks and swap settings

@@ -25,9 +25,11 @@ CLI::Option *add_words(CLI::App &command, const std::string &name, std::vector<s
 CLI::Option *add_json(CLI::App &command, bool &json, const std::string &description = "Print JSON, for programs");
 
 // The families; each adds its sub-commands to `velkor`.
+void add_calendar(CLI::App &velkor, Run &chosen);
 void add_ini(CLI::App &velkor, Run &chosen);
 void add_log(CLI::App &velkor, Run &chosen);
 void add_run(CLI::App &velkor, Run &chosen);
 void add_sys(CLI::App &velkor, Run &chosen);
+void add_zone(CLI::App &velkor, Run &chosen);
 
 }  // namespace tool

@@ -42,10 +42,12 @@ int run(int argc, char **argv) {
     velkor.failure_message(usage_error);
     velkor.require_subcommand(1);
     tool::Run chosen;
+    tool::add_calendar(velkor, chosen);
     tool::add_ini(velkor, chosen);
     tool::add_log(velkor, chosen);
     tool::add_run(velkor, chosen);
     tool::add_sys(velkor, chosen);
+    tool::add_zone(velkor, chosen);
     try {
         velkor.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
