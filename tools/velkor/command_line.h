@@ -26,5 +26,7 @@ CLI::Option *add_json(CLI::App &command, bool &json, const std::string &descript
 
 // The families; each adds its sub-commands to `velkor`.
 void add_log(CLI::App &velkor, Run &chosen);
+void add_sha1(CLI::App &velkor, Run &chosen);
+void add_text(CLI::App &velkor, Run &chosen);
 
 }  // namespace tool

@@ -43,6 +43,8 @@ int run(int argc, char **argv) {
     velkor.require_subcommand(1);
     tool::Run chosen;
     tool::add_log(velkor, chosen);
+    tool::add_sha1(velkor, chosen);
+    tool::add_text(velkor, chosen);
     try {
         velkor.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
