@@ -173,6 +173,21 @@ struct velkor_host_recording {
  */
 VELKOR_API int velkor_host_recording_get(struct velkor_host_recording *out);
 
+/** What GB2312ToUTF8() and UTF8ToGB2312() answer but for the number of bytes written, the terminator not counted. */
+enum velkor_host_text_error {
+    VELKOR_HOST_TEXT_BAD_ARGUMENT = -1, /**< a NULL pointer, no room for a terminator, or a mode other than 1 */
+    VELKOR_HOST_TEXT_BAD_SEQUENCE = -2, /**< a byte sequence that is no character, or one that the other set lacks */
+    VELKOR_HOST_TEXT_NO_ROOM = -3,      /**< the result does not fit */
+    VELKOR_HOST_TEXT_NO_CONVERTER = -4  /**< the C library has no such conversion here */
+};
+
+/* After BAD_SEQUENCE and NO_ROOM the whole characters before the fault are there, terminated. */
+
+/**
+ * What vk_cmd_gAutoTestState() is to answer in this process from now on, whatever it is asked; 0 at the start.
+ */
+VELKOR_API void velkor_host_factory_test_set(int state);
+
 VELKOR_END_C
 
 #endif

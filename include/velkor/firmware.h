@@ -206,6 +206,27 @@ int rec_PauseAllFile(void);
 int rec_RestartAllFile(void);
 /** @} */
 
+/** @name Character sets
+ * Texts are NUL-terminated. The library hands in at most 2047 bytes and returns what these answer. @{ */
+
+/**
+ * Convert @p in from GB2312 to UTF-8 into @p out of @p size bytes.
+ *
+ * @param mode  always 1
+ */
+int GB2312ToUTF8(const char *in, char *out, int size, int mode);
+
+/** Convert @p in from UTF-8 to GB2312 into @p out of @p size bytes. */
+int UTF8ToGB2312(const char *in, char *out, int size);
+/** @} */
+
+/** @name Factory test
+ * @{ */
+
+/** The state of the factory test. The library hands its caller's arguments on as they are. */
+int vk_cmd_gAutoTestState(uintptr_t first, uintptr_t second, uintptr_t third, uintptr_t fourth);
+/** @} */
+
 VELKOR_END_C
 
 #endif

@@ -29,7 +29,9 @@ void add_calendar(CLI::App &velkor, Run &chosen);
 void add_ini(CLI::App &velkor, Run &chosen);
 void add_log(CLI::App &velkor, Run &chosen);
 void add_run(CLI::App &velkor, Run &chosen);
+void add_sha1(CLI::App &velkor, Run &chosen);
 void add_sys(CLI::App &velkor, Run &chosen);
+void add_text(CLI::App &velkor, Run &chosen);
 void add_zone(CLI::App &velkor, Run &chosen);
 
 }  // namespace tool

@@ -46,7 +46,9 @@ int run(int argc, char **argv) {
     tool::add_ini(velkor, chosen);
     tool::add_log(velkor, chosen);
     tool::add_run(velkor, chosen);
+    tool::add_sha1(velkor, chosen);
     tool::add_sys(velkor, chosen);
+    tool::add_text(velkor, chosen);
     tool::add_zone(velkor, chosen);
     try {
         velkor.parse(argc, argv);

@@ -4,6 +4,7 @@
 #include <unistd.h>
 #include <velkor/process.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -65,7 +66,8 @@ constexpr int STOPPED = 128 + SIGTERM;
 // The call has no time limit, so that it waits in a thread of its own while this one can be stopped.
 struct Call {
     std::string command;
-    Descriptor ended{eventfd(0, EFD_CLOEXEC)};
+    std::atomic<bool> has_ended{false};
+    Descriptor bell{eventfd(0, EFD_CLOEXEC)};  // rings then, for whoever waits on descriptors
     int status = -1;
     std::exception_ptr failure;
 
@@ -75,7 +77,8 @@ struct Call {
         } catch (const Failure &) {
             failure = std::current_exception();
         }
-        eventfd_write(ended.get(), 1);
+        has_ended = true;
+        eventfd_write(bell.get(), 1);
     }
 };
 
@@ -85,8 +88,8 @@ int run_plain(const std::string &command) {
     const auto call = std::make_shared<Call>();
     call->command = command;
     std::thread([call] { call->run(); }).detach();
-    struct pollfd end = {call->ended.get(), POLLIN, 0};
-    while (end.revents == 0) {
+    struct pollfd end = {call->bell.get(), POLLIN, 0};
+    while (!call->has_ended) {
         patient.interruption().wait({&end, 1});
         if (Interruption::came()) {
             return STOPPED;

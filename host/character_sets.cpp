@@ -1,0 +1,64 @@
+// GB2312 and UTF-8 by way of the C library's iconv. A descriptor is made for each call: that is quick after the first,
+// and needs no lock.
+#include <errno.h>
+#include <iconv.h>
+#include <stdint.h>
+#include <string.h>
+
+#include <velkor_host.h>
+
+namespace {
+
+constexpr int MODE = 1;
+
+class Converter {
+public:
+    Converter(const char *to, const char *from) : descriptor_(iconv_open(to, from)) {}
+    ~Converter() {
+        if (*this) {
+            iconv_close(descriptor_);
+        }
+    }
+    Converter(const Converter &) = delete;
+    Converter &operator=(const Converter &) = delete;
+
+    explicit operator bool() const { return reinterpret_cast<intptr_t>(descriptor_) != -1; }
+
+    // Writes whole characters only, and the terminator behind them.
+    int convert(const char *in, char *out, size_t size) const {
+        char *from = const_cast<char *>(in);  // iconv() takes it so, and changes nothing
+        size_t left = strlen(in);
+        char *to = out;
+        size_t room = size - 1;
+        const bool is_whole = iconv(descriptor_, &from, &left, &to, &room) != static_cast<size_t>(-1);
+        const int fault = errno;
+        *to = '\0';
+        if (is_whole) {
+            return static_cast<int>(to - out);
+        }
+        return fault == E2BIG ? VELKOR_HOST_TEXT_NO_ROOM : VELKOR_HOST_TEXT_BAD_SEQUENCE;
+    }
+
+private:
+    iconv_t descriptor_;
+};
+
+int convert(const char *to_set, const char *from_set, const char *in, char *out, int size) {
+    if (in == nullptr || out == nullptr || size <= 0) {
+        return VELKOR_HOST_TEXT_BAD_ARGUMENT;
+    }
+    const Converter converter(to_set, from_set);
+    if (!converter) {
+        *out = '\0';
+        return VELKOR_HOST_TEXT_NO_CONVERTER;
+    }
+    return converter.convert(in, out, static_cast<size_t>(size));
+}
+
+}  // namespace
+
+int GB2312ToUTF8(const char *in, char *out, int size, int mode) {
+    return mode == MODE ? convert("UTF-8", "GB2312", in, out, size) : VELKOR_HOST_TEXT_BAD_ARGUMENT;
+}
+
+int UTF8ToGB2312(const char *in, char *out, int size) { return convert("GB2312", "UTF-8", in, out, size); }
