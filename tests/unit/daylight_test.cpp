@@ -15,7 +15,6 @@
 #include <velkor/firmware.h>
 #include <velkor_host.h>
 
-#include <algorithm>
 #include <atomic>
 #include <string>
 #include <thread>
@@ -66,7 +65,7 @@ int vkt_tzset_to_tzstr(const DaylightConfig *config, char *buffer, int size) {
     zone_text_is_made = true;
     zone_text_waits.wait(true);
     if (chosen_zone_text != nullptr) {
-        memcpy(buffer, chosen_zone_text, std::min<size_t>(strlen(chosen_zone_text), static_cast<size_t>(size)));
+        std::string(chosen_zone_text).copy(buffer, static_cast<size_t>(size));
         return 0;
     }
     snprintf(buffer, static_cast<size_t>(size), "ZONE%d", config->zone);

@@ -480,7 +480,7 @@ TEST(PersianTimeToText, IsTheSameForFourThreadsAtOnce) {
         threads.emplace_back([&] {
             for (int day = 0; day < 500; ++day) {
                 char out[128];
-                CalTimeToString("Y/M", out, noon + day % 31 * 86400);
+                CalTimeToString("Y/M", out, noon + time_t{day % 31} * 86400);
                 wrong += strcmp(out, "1403/01") != 0 ? 1 : 0;
             }
         });
