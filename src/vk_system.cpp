@@ -330,12 +330,19 @@ void remove_pipe(int32_t number) {
     unlink(path);
 }
 
+// Whether the slot is still that of the pipe that left this status there. The kind tells, too: a plain command that has
+// ended has the status 1, and so has the first pipe.
+bool is_still_of(const Slot &slot, int32_t status) {
+    return slot.status.load(std::memory_order_acquire) == status &&
+           slot.kind.load(std::memory_order_relaxed) == PIPE_COMMAND;
+}
+
 // Whether the caller has opened the pipe, and perhaps closed it again; not if it gave up and the slot is another's.
-// The stream is looked at first: with a stream of the slot's next owner would come a status that is not this number.
+// The stream is looked at first: with a stream of the slot's next owner would come that one's status and kind.
 bool wait_for_reader(const Pipe &pipe) {
     for (;;) {
         const uintptr_t stream = pipe.slot->caller_stream.load(std::memory_order_acquire);
-        if (pipe.slot->status.load(std::memory_order_acquire) != pipe.number) {
+        if (!is_still_of(*pipe.slot, pipe.number)) {
             return false;
         }
         if (stream != NOT_OPENED) {
@@ -394,7 +401,7 @@ void free_slot_when_closed(Slot &slot, int32_t status) {
     while ((stream = slot.caller_stream.load(std::memory_order_acquire)) != CLOSED) {
         pause_while(slot.caller_stream, stream, PUMPS_CLOSING_PAUSE_US);
     }
-    if (slot.status.load(std::memory_order_acquire) == status) {
+    if (is_still_of(slot, status)) {
         slot.in_use.store(0, std::memory_order_release);
     }
 }

@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <velkor/process.h>
 
@@ -355,6 +356,30 @@ TEST(VkPipe, LeavesNoCommandUnwaitedFor) {
 }
 
 // ---- The words alone ----
+
+// The first pipe's number is also the status of a plain command that has ended.
+TEST(RunnerWords, APumpTellsItsCallerFromTheSlotsNextOwner) {
+    const Runner runner;
+    const Area area;
+    Words &slot = area[9];
+    slot.kind = 1;
+    slot.caller_stream = UINTPTR_MAX;
+    strcpy(slot.command, "touch /tmp/ran");
+    slot.in_use = 1;
+    slot.request = 1;
+    ASSERT_TRUE(eventually([&] { return slot.status == 1; }));
+
+    // While the runner has no time at all the caller gives up, and another one's command is done.
+    ASSERT_EQ(kill(runner.process(), SIGSTOP), 0);
+    ASSERT_EQ(waitpid(runner.process(), nullptr, WUNTRACED), runner.process());
+    slot.kind = 0;
+    slot.caller_stream = 0;
+    ASSERT_EQ(kill(runner.process(), SIGCONT), 0);
+
+    EXPECT_TRUE(eventually([] { return !place::exists(pipe_path(1)); }));
+    EXPECT_EQ(slot.in_use, 1);
+    EXPECT_FALSE(place::exists("/tmp/ran"));
+}
 
 TEST(RunnerWords, ACallerThatNeverOpensItsPipeHoldsNobodyUp) {
     const Runner runner;
