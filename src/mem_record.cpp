@@ -12,7 +12,6 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <bit>
 #include <limits>
 #include <optional>
 #include <string_view>
@@ -25,6 +24,7 @@
 #include "support/lock_guard.h"
 #include "support/log.h"
 #include "support/platform.h"
+#include "support/quick_hash.h"
 
 // ---- The registry -------------------------------------------------------------------------------------------------
 
@@ -130,25 +130,7 @@ constinit std::array<Slot, SLOTS> by_path = {};
 constinit std::array<Slot, SLOTS> by_address = {};
 size_t seen_count = 0;  // under the registry's lock
 
-// Multiplicative hashing: D. E. Knuth, The Art of Computer Programming, volume 3, section 6.4. The high bits are the
-// good ones.
-constexpr uintptr_t GOLDEN = static_cast<uintptr_t>(sizeof(uintptr_t) == 8 ? 0x9E3779B97F4A7C15U : 0x9E3779B9U);
-
-constexpr uintptr_t stir(uintptr_t hash, uintptr_t word) { return (std::rotl(hash, 5) ^ word) * GOLDEN; }
-
 constexpr size_t slot_number(uintptr_t hash) { return hash >> (std::numeric_limits<uintptr_t>::digits - SLOT_BITS); }
-
-uintptr_t hash_of(std::string_view text) {
-    uintptr_t hash = text.size();
-    uintptr_t word = 0;
-    for (; text.size() >= sizeof word; text.remove_prefix(sizeof word)) {
-        memcpy(&word, text.data(), sizeof word);
-        hash = stir(hash, word);
-    }
-    word = 0;
-    memcpy(&word, text.data(), text.size());
-    return stir(hash, word);
-}
 
 // The slot that holds a path, or the empty one where it belongs; NULL for a path that is too long to be remembered.
 Slot *slot_of_path(const char *path) {
@@ -156,7 +138,7 @@ Slot *slot_of_path(const char *path) {
     if (length == sizeof SeenFile::path) {
         return nullptr;
     }
-    for (size_t number = slot_number(hash_of({path, length}));; number = (number + 1) % SLOTS) {
+    for (size_t number = slot_number(velkor::quick_hash({path, length}));; number = (number + 1) % SLOTS) {
         const SeenFile *const file = by_path[number].load(std::memory_order_acquire);
         if (file == nullptr || strcmp(file->path, path) == 0) {
             return &by_path[number];
@@ -171,7 +153,7 @@ SeenFile *find_by_path(const char *path) {
 
 // A caller's __FILE__ stays where it is, so its address says where to look; the text says whether it is still that.
 SeenFile *find_seen(const char *path) {
-    Slot &slot = by_address[slot_number(stir(0, reinterpret_cast<uintptr_t>(path)))];
+    Slot &slot = by_address[slot_number(velkor::stir(0, reinterpret_cast<uintptr_t>(path)))];
     SeenFile *file = slot.load(std::memory_order_acquire);
     if (file != nullptr && strcmp(file->path, path) == 0) {
         return file;

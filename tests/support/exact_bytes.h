@@ -17,6 +17,11 @@ public:
     const char *get() const { return bytes_.get(); }
     size_t size() const { return size_; }
     std::string bytes() const { return {bytes_.get(), size_}; }
+    // Up to the first terminator.
+    std::string text() const {
+        const std::string all = bytes();
+        return all.substr(0, all.find('\0'));
+    }
 
 private:
     size_t size_;
@@ -30,9 +35,6 @@ public:
 
     // The same text at the begin of a buffer of `size` bytes.
     ExactText(const std::string &text, size_t size) : ExactBytes(padded(text, size)) {}
-
-    // Up to the first terminator.
-    std::string text() const { return bytes().c_str(); }
 
 private:
     static std::string padded(std::string text, size_t size) {

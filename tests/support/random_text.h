@@ -1,17 +1,15 @@
 // Random inputs that are the same every time.
 #pragma once
 
+#include <cstdint>
 #include <random>
 #include <string>
 
+#include "support/sweep.h"
+
 class RandomText {
 public:
-    // Inputs of a sweep. Where each step is watched or emulated a run takes many times as long, and finds the same.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__arm__)
-    static constexpr int INPUTS = 100000 / 20;
-#else
-    static constexpr int INPUTS = 100000;
-#endif
+    static constexpr int INPUTS = sweep::cases(100000);  // of a sweep
 
     explicit RandomText(unsigned seed) : random_(seed) {}  // NOLINT(cert-msc32-c,cert-msc51-cpp): repeatable on purpose
 
@@ -24,6 +22,15 @@ public:
         std::string made(number(static_cast<unsigned>(longest)), '\0');
         for (char &character : made) {
             character = alphabet[number(static_cast<unsigned>(alphabet.size() - 1))];
+        }
+        return made;
+    }
+
+    // Any bytes but zeros.
+    std::string text(size_t longest) {
+        std::string made(number(static_cast<unsigned>(longest)), '\0');
+        for (char &byte : made) {
+            byte = static_cast<char>(number(UINT8_MAX - 1) + 1);
         }
         return made;
     }

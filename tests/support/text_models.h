@@ -2,6 +2,7 @@
 // look at the library. Unit tests and fuzzers hold the library against these.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -111,7 +112,8 @@ inline std::string replace_all(const std::string &text, const std::string &old_t
     std::string result;
     size_t from = 0;
     for (size_t at = 0; (at = text.find(old_text, from)) != std::string::npos; from = at + old_text.size()) {
-        result += text.substr(from, at - from) + new_text;
+        result += text.substr(from, at - from);
+        result += new_text;
     }
     return result + text.substr(from);
 }
@@ -124,7 +126,8 @@ inline std::string replace_bounded(std::string text, size_t size, const std::str
         if (at == std::string::npos) {
             break;
         }
-        text = (text.substr(0, at) + new_text + text.substr(at + old_text.size())).substr(0, size - 1);
+        text.replace(at, old_text.size(), new_text);
+        text.resize(std::min(text.size(), size - 1));
         position = at + new_text.size();
     }
     return text;
@@ -200,7 +203,7 @@ struct Sha1 {
 
     void process() {
         uint32_t w[80];
-        for (int t = 0; t < 80; ++t) {
+        for (size_t t = 0; t < 80; ++t) {
             w[t] = t < 16 ? static_cast<uint32_t>(block[t * 4]) << 24 | static_cast<uint32_t>(block[t * 4 + 1]) << 16 |
                                 static_cast<uint32_t>(block[t * 4 + 2]) << 8 | block[t * 4 + 3]
                           : rotate(w[t - 3] ^ w[t - 8] ^ w[t - 14] ^ w[t - 16], 1);
@@ -210,7 +213,7 @@ struct Sha1 {
         uint32_t c = hash[2];
         uint32_t d = hash[3];
         uint32_t e = hash[4];
-        for (int t = 0; t < 80; ++t) {
+        for (size_t t = 0; t < 80; ++t) {
             const uint32_t f = t < 20   ? (b & c) | (~b & d)
                                : t < 40 ? b ^ c ^ d
                                : t < 60 ? (b & c) | (b & d) | (c & d)

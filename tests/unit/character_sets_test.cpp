@@ -98,8 +98,7 @@ TEST(TextConversion, HandsOnSizesAsTheyAre) {
 TEST(TextConversion, HandsOnRandomTexts) {
     RandomText random(26);
     for (int i = 0; i < RandomText::INPUTS; ++i) {
-        std::string bytes = random.bytes(i % 100 == 0 ? 3000 : 30);
-        bytes = bytes.c_str();
+        const std::string bytes = random.text(i % 100 == 0 ? 3000 : 30);
         ExactText text(bytes);
         const int mode = static_cast<int>(random.number(2));
         const int size = static_cast<int>(text.size());

@@ -27,14 +27,14 @@ Converted to_utf8(const std::string &in, size_t size = 100) {
     const ExactText text(in);
     ExactBytes out(size, 'x');
     const int result = GB2312ToUTF8(text.get(), out.get(), static_cast<int>(size), 1);
-    return {result, out.bytes().c_str()};
+    return {result, out.text()};
 }
 
 Converted to_gb2312(const std::string &in, size_t size = 100) {
     const ExactText text(in);
     ExactBytes out(size, 'x');
     const int result = UTF8ToGB2312(text.get(), out.get(), static_cast<int>(size));
-    return {result, out.bytes().c_str()};
+    return {result, out.text()};
 }
 
 TEST(HostCharacterSets, ConvertBothWays) {
@@ -127,8 +127,7 @@ TEST(HostCharacterSets, EveryCharacterComesBack) {
 TEST(HostCharacterSets, NeverCrashOnRandomBytes) {
     RandomText random(27);
     for (int i = 0; i < RandomText::INPUTS; ++i) {
-        std::string bytes = random.bytes(12);
-        bytes = bytes.c_str();
+        const std::string bytes = random.text(12);
         const size_t size = random.number(20) + 1;
         for (const Converted &converted : {to_utf8(bytes, size), to_gb2312(bytes, size)}) {
             ASSERT_LT(converted.text.size(), size);

@@ -87,7 +87,7 @@ TEST(Sha1, AgreesWithTheSystemsToolOnRealFiles) {
 }
 
 TEST(Sha1, GivesTheSameDigestWhateverThePieces) {
-    const std::string message = RandomText(1).bytes(100000) + std::string(300, 'x');
+    const std::string message = RandomText(1).bytes(20000) + std::string(300, 'x');
     const std::string whole = sha1(message);
     for (const size_t piece : {1U, 3U, 63U, 64U, 65U, 127U, 128U, 1000U}) {
         EXPECT_EQ(sha1(message, piece), whole) << piece;

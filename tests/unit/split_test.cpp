@@ -28,7 +28,7 @@ public:
     char **get() { return pointers_.data(); }
     std::string bytes(size_t i) const { return blocks_[i].bytes(); }
     // Up to the first terminator.
-    std::string text(size_t i) const { return bytes(i).c_str(); }
+    std::string text(size_t i) const { return blocks_[i].text(); }
     Texts texts(size_t count) const {
         Texts found;
         for (size_t i = 0; i < count; ++i) {
