@@ -354,7 +354,7 @@ TEST(ToolIniSet, LosesNothingWhereverItIsKilled) {
     int kills = 0;
     for (; is_killed && !is_replaced; ++kills) {
         for (const std::string &name : files_in(DIRECTORY)) {
-            unlink((DIRECTORY + "/" + name).c_str());
+            ASSERT_TRUE(std::filesystem::remove(std::filesystem::path(DIRECTORY) / name));
         }
         write_file(INI, SAMPLE);
         is_killed = set_killed_at(kills);

@@ -146,8 +146,9 @@ TEST_F(SafeQueueTest, DestructionClearsTheRecord) {
     SafeQueue queue;
     sq_construct(&queue);
     EXPECT_EQ(sq_destruct(&queue), 0);
-    const SafeQueue zeros = {};
-    EXPECT_EQ(memcmp(&queue, &zeros, sizeof queue), 0);
+    std::string bytes(sizeof queue, 'x');
+    memcpy(bytes.data(), &queue, sizeof queue);
+    EXPECT_EQ(bytes, std::string(sizeof queue, '\0'));
 }
 
 TEST_F(SafeQueueTest, DestructionLeavesEntriesAllocated) {

@@ -356,11 +356,12 @@ TEST(ThreadPool, RetiresAcrossTheEndOf32BitTime) {
     set_time = std::numeric_limits<int32_t>::max() - 10;
     auto jobs = start_held(1);
     finish(jobs);
-    const uint32_t beyond = static_cast<uint32_t>(std::numeric_limits<int32_t>::max()) + 19;
+    uint32_t beyond = static_cast<uint32_t>(std::numeric_limits<int32_t>::max()) + 19;
     set_time = static_cast<time_t>(beyond);
     let_the_scheduler_look();
     EXPECT_EQ(workers(), 1U);
-    set_time = static_cast<time_t>(beyond + 1);
+    ++beyond;
+    set_time = static_cast<time_t>(beyond);
     EXPECT_TRUE(place::eventually([] { return workers() == 0; }));
 }
 

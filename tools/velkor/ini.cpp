@@ -103,7 +103,7 @@ int set(const Options &options) {
     if (options.key.find(':') == std::string::npos) {
         throw Failure(BAD_USE, "a setting's key is SECTION:NAME, or :NAME without a section");
     }
-    if (options.value.find_first_of("\n") != std::string::npos) {
+    if (options.value.find('\n') != std::string::npos) {
         throw Failure(BAD_USE, "a value is one line");
     }
     const FileReplacement file(options.file);

@@ -34,7 +34,7 @@ struct Entry {
     std::string key;
     std::optional<std::string> value;  // none for a section
 
-    auto operator<=>(const Entry &) const = default;
+    auto operator<=>(const Entry &) const = default;  // NOLINT(modernize-use-nullptr): the check errs about this line
 };
 
 // In the order of the file.
