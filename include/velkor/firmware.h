@@ -212,6 +212,9 @@ int rec_RestartAllFile(void);
 /**
  * Convert @p in from GB2312 to UTF-8 into @p out of @p size bytes.
  *
+ * @param in    the text
+ * @param out   @p size bytes
+ * @param size  room in @p out, with the terminator
  * @param mode  always 1
  */
 int GB2312ToUTF8(const char *in, char *out, int size, int mode);

@@ -36,7 +36,8 @@ VELKOR_BEGIN_C
 /** Disks are numbered from 0 up to this, exclusive. */
 #define VELKOR_SWAP_DISKS 24
 
-/** @name Command runner @{ */
+/** @name Command runner
+ * @{ */
 
 /**
  * Fork the runner process. Call it early: the runner keeps a copy of everything that the process holds then, and
@@ -116,7 +117,8 @@ VELKOR_API FILE *vk_popen(const char *command, const char *mode);
 VELKOR_API int vk_pclose(FILE *stream);
 /** @} */
 
-/** @name Running tasks @{ */
+/** @name Running tasks
+ * @{ */
 
 /**
  * Find the processes whose line of `ps` contains a name. Lines that contain "sh" or "grep" are left out, except that

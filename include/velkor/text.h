@@ -97,7 +97,9 @@ VELKOR_API int SplitStringToArrayEx(const char *text, const char *separator, cha
  * The part of @p text before the first occurrence of @p separator; empty when it does not occur, or one of the two
  * is NULL. @p out may be the buffer of @p text.
  *
- * @param out  room for the part and its terminator; NULL: nothing happens
+ * @param text       the text
+ * @param separator  what separates
+ * @param out        room for the part and its terminator; NULL: nothing happens
  * @return always 0
  */
 VELKOR_API int OnCharLeft(const char *text, const char *separator, char *out);
@@ -220,7 +222,10 @@ VELKOR_API void StringReplace(char *text, char from, char to);
  * empty nothing happens. Nothing happens either when an argument is NULL, @p size is not positive, the text has no
  * end within @p size bytes, or there is no memory for two blocks of @p size bytes of dvrMalloc().
  *
- * @param text  @p size bytes
+ * @param text      @p size bytes
+ * @param size      room in @p text, with the terminator
+ * @param old_text  what is replaced
+ * @param new_text  what it is replaced with
  */
 VELKOR_API void StringReplaceSub(char *text, int size, const char *old_text, const char *new_text);
 
@@ -365,6 +370,7 @@ VELKOR_API int db_Str2Trigger(uint64_t set[VELKOR_TRIGGER_WORDS], const char *te
  * Write @p set as upper-case hexadecimal digits and a terminator. **For a set without bits nothing at all is written,
  * not even the terminator:** clear @p out before.
  *
+ * @param set  the set
  * @param out  VELKOR_TRIGGER_TEXT_SIZE bytes
  * @return always 0
  */
