@@ -25,6 +25,6 @@ find_package(velkor REQUIRED)
 add_executable(by_cmake "$program")
 target_link_libraries(by_cmake velkor::velkor velkor::velkor-host)
 TEXT
-"$cmake" -S "$work" -B "$work/build" -DCMAKE_C_COMPILER="$cc" -Dvelkor_DIR="$libraries/cmake/velkor" >/dev/null
+"$cmake" -G Ninja -S "$work" -B "$work/build" -DCMAKE_C_COMPILER="$cc" -Dvelkor_DIR="$libraries/cmake/velkor" >/dev/null
 "$cmake" --build "$work/build" >/dev/null
 echo 'found by pkg-config, by hand and by CMake'
