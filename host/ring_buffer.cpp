@@ -31,7 +31,8 @@ struct Run {
 
 // NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding): the reader has a cache line of its own, see below
 struct Ring {
-    alignas(CACHE_LINE) pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+    // Held no longer than a record is copied: who finds it taken looks again for a moment before it sleeps.
+    alignas(CACHE_LINE) pthread_mutex_t lock = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
     bool drops_oldest = false;
     char *bytes = nullptr;
     unsigned capacity = 0;
