@@ -99,14 +99,14 @@ struct Pair {
     long nanoseconds;
 };
 
-struct timespec spec(Pair pair) {
+struct timespec time_of(Pair pair) {
     struct timespec result = {};
     result.tv_sec = pair.seconds;
     result.tv_nsec = pair.nanoseconds;
     return result;
 }
 
-void expect_spec(const struct timespec &value, Pair expected) {
+void expect_time(const struct timespec &value, Pair expected) {
     EXPECT_EQ(value.tv_sec, expected.seconds);
     EXPECT_EQ(value.tv_nsec, expected.nanoseconds);
 }
@@ -114,56 +114,56 @@ void expect_spec(const struct timespec &value, Pair expected) {
 // ---- timespec ----
 
 TEST(TimespecDifference, BorrowsASecond) {
-    struct timespec a = spec({5, 100});
-    const struct timespec b = spec({3, 200});
+    struct timespec a = time_of({5, 100});
+    const struct timespec b = time_of({3, 200});
     struct timespec result;
     EXPECT_EQ(vk_timespec_AsubB(&a, &b, &result), 0);
-    expect_spec(result, {1, 999999900});
+    expect_time(result, {1, 999999900});
     EXPECT_EQ(vk_timespec_AsubB(&a, &b, &a), 0);
-    expect_spec(a, {1, 999999900});
+    expect_time(a, {1, 999999900});
     EXPECT_EQ(vk_timespec_AsubB(&b, &b, &result), 0);
-    expect_spec(result, {0, 0});
+    expect_time(result, {0, 0});
 }
 
 TEST(TimespecDifference, OfAnEarlierTimeLeavesTheResultAlone) {
-    const struct timespec a = spec({3, 0});
-    const struct timespec b = spec({3, 1});
-    const struct timespec c = spec({4, 0});
-    struct timespec result = spec({77, 88});
+    const struct timespec a = time_of({3, 0});
+    const struct timespec b = time_of({3, 1});
+    const struct timespec c = time_of({4, 0});
+    struct timespec result = time_of({77, 88});
     EXPECT_EQ(vk_timespec_AsubB(&a, &b, &result), -1);
     EXPECT_EQ(vk_timespec_AsubB(&a, &c, &result), -1);
-    expect_spec(result, {77, 88});
+    expect_time(result, {77, 88});
 }
 
 TEST(TimespecDifference, HasSignedSeconds) {
-    const struct timespec a = spec({-3, 0});
-    const struct timespec b = spec({-5, 1});
+    const struct timespec a = time_of({-3, 0});
+    const struct timespec b = time_of({-5, 1});
     struct timespec result;
     EXPECT_EQ(vk_timespec_AsubB(&a, &b, &result), 0);
-    expect_spec(result, {1, 999999999});
+    expect_time(result, {1, 999999999});
     EXPECT_EQ(vk_timespec_AsubB(&b, &a, &result), -1);
 }
 
 TEST(TimespecSum, CarriesASecond) {
-    const struct timespec a = spec({1, 600000000});
-    const struct timespec b = spec({2, 500000000});
+    const struct timespec a = time_of({1, 600000000});
+    const struct timespec b = time_of({2, 500000000});
     struct timespec result;
     EXPECT_EQ(vk_timespec_AaddB(&a, &b, &result), 0);
-    expect_spec(result, {4, 100000000});
-    const struct timespec c = spec({2, 399999999});
+    expect_time(result, {4, 100000000});
+    const struct timespec c = time_of({2, 399999999});
     EXPECT_EQ(vk_timespec_AaddB(&a, &c, &result), 0);
-    expect_spec(result, {3, 999999999});
-    const struct timespec d = spec({2, 400000000});
+    expect_time(result, {3, 999999999});
+    const struct timespec d = time_of({2, 400000000});
     EXPECT_EQ(vk_timespec_AaddB(&a, &d, &result), 0);
-    expect_spec(result, {4, 0});
+    expect_time(result, {4, 0});
 }
 
 TEST(TimespecSum, CarriesOnlyOneSecond) {
-    const struct timespec a = spec({1, 1900000000});
-    const struct timespec b = spec({1, 200000000});
+    const struct timespec a = time_of({1, 1900000000});
+    const struct timespec b = time_of({1, 200000000});
     struct timespec result;
     EXPECT_EQ(vk_timespec_AaddB(&a, &b, &result), 0);
-    expect_spec(result, {3, 1100000000});
+    expect_time(result, {3, 1100000000});
 }
 
 TEST(TimespecSum, WrapsWhatNoSecondsHold) {
@@ -179,10 +179,10 @@ TEST(TimespecSum, WrapsWhatNoSecondsHold) {
 }
 
 TEST(TimespecComparison, OrdersSecondsThenNanoseconds) {
-    const struct timespec a = spec({7, 1});
-    const struct timespec b = spec({7, 0});
-    const struct timespec c = spec({8, 0});
-    const struct timespec d = spec({-1, 5});
+    const struct timespec a = time_of({7, 1});
+    const struct timespec b = time_of({7, 0});
+    const struct timespec c = time_of({8, 0});
+    const struct timespec d = time_of({-1, 5});
     EXPECT_EQ(vk_timespec_cmp(&a, &b), 1);
     EXPECT_EQ(vk_timespec_cmp(&b, &a), -1);
     EXPECT_EQ(vk_timespec_cmp(&a, &a), 0);
@@ -211,7 +211,7 @@ std::string assertion(int line, const std::string &function, const std::string &
 }
 
 TEST(TimespecArguments, ThatAreNullAreReportedInOrder) {
-    struct timespec t = spec({1, 2});
+    struct timespec t = time_of({1, 2});
     EXPECT_EQ(report_of([&] { EXPECT_EQ(vk_timespec_AsubB(nullptr, nullptr, nullptr), -1); }),
               assertion(1755, "vk_timespec_AsubB", "NULL != _pA"));
     EXPECT_EQ(report_of([&] { EXPECT_EQ(vk_timespec_AsubB(&t, nullptr, nullptr), -2); }),
@@ -232,7 +232,7 @@ TEST(TimespecArguments, ThatAreNullAreReportedInOrder) {
 }
 
 TEST(TimespecArguments, ThatAreNullAreSilentWithoutADebugStream) {
-    struct timespec t = spec({1, 2});
+    struct timespec t = time_of({1, 2});
     EXPECT_EQ(vk_timespec_AsubB(nullptr, &t, &t), -1);
     EXPECT_EQ(vk_timespec_cmp(&t, nullptr), -2);
 }
