@@ -67,6 +67,24 @@ void unlink_entry(SafeQueue &queue, Entry *entry) {
     link_to_next(queue, entry->prev) = entry->next;
 }
 
+struct Gap {
+    Entry *prev;
+    Entry *next;
+};
+
+// `gap_at` answers where beside the listed entry the new one goes. The locks are taken in the order that is part of
+// the interface.
+template <typename GapAt>
+void insert_beside(SafeQueue &queue, void *listed_data, void *new_data, GapAt gap_at) {
+    Entry *const listed = entry_of(listed_data);
+    Entry *const entry = entry_of(new_data);
+    const velkor::LockGuard queue_guard(queue.lock);
+    const velkor::LockGuard listed_guard(listed->lock);
+    const velkor::LockGuard entry_guard(entry->lock);
+    const Gap gap = gap_at(listed);
+    link_between(queue, gap.prev, entry, gap.next);
+}
+
 // ---- Searches, under the queue's lock ----
 
 // The entry that is found stays locked, for the caller to release.
@@ -116,12 +134,7 @@ int sq_insert_after(SafeQueue *_pThis, void *_pListEntryData, void *_pNewEntryDa
     if (!holds(_pNewEntryData != nullptr, "NULL != _pNewEntryData")) {
         return -3;
     }
-    Entry *const listed = entry_of(_pListEntryData);
-    Entry *const entry = entry_of(_pNewEntryData);
-    const velkor::LockGuard queue_guard(_pThis->lock);
-    const velkor::LockGuard listed_guard(listed->lock);
-    const velkor::LockGuard entry_guard(entry->lock);
-    link_between(*_pThis, listed, entry, listed->next);
+    insert_beside(*_pThis, _pListEntryData, _pNewEntryData, [](Entry *listed) { return Gap{listed, listed->next}; });
     return 0;
 }
 
@@ -135,12 +148,7 @@ int sq_insert_before(SafeQueue *_pThis, void *_pListEntryData, void *_pNewEntryD
     if (!holds(_pNewEntryData != nullptr, "NULL != _pNewEntryData")) {
         return -3;
     }
-    Entry *const listed = entry_of(_pListEntryData);
-    Entry *const entry = entry_of(_pNewEntryData);
-    const velkor::LockGuard queue_guard(_pThis->lock);
-    const velkor::LockGuard listed_guard(listed->lock);
-    const velkor::LockGuard entry_guard(entry->lock);
-    link_between(*_pThis, listed->prev, entry, listed);
+    insert_beside(*_pThis, _pListEntryData, _pNewEntryData, [](Entry *listed) { return Gap{listed->prev, listed}; });
     return 0;
 }
 
