@@ -188,6 +188,17 @@ enum velkor_host_text_error {
  */
 VELKOR_API void velkor_host_factory_test_set(int state);
 
+/**
+ * How an IPv6 address of this machine came about. The network device service knows a device by its interface number
+ * (if_nametoindex()), and answers the greatest of its addresses' methods as the current one. An address's attribute is
+ * its prefix length.
+ */
+enum velkor_host_ipv6_method {
+    VELKOR_HOST_IPV6_LINK_LOCAL = 0, /**< by the kernel, for this link alone */
+    VELKOR_HOST_IPV6_STATIC = 1,     /**< set by somebody */
+    VELKOR_HOST_IPV6_AUTOMATIC = 2   /**< learned from a router, for a time */
+};
+
 VELKOR_END_C
 
 #endif

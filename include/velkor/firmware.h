@@ -62,6 +62,55 @@ void ThrInfo_Clear(void);
 extern FILE *fpDebugFile;
 /** @} */
 
+/** @name Network configuration
+ * Asked at each call that needs it; the answers must stay readable while the caller looks at them. @{ */
+
+/** Cards that a configuration describes. */
+#define VELKOR_CARDS 8
+
+/** How the recorder's cards are used. */
+typedef struct CfgNetConfig {
+    int32_t bonding;              /**< not 0: the first four cards work together as "bond0" */
+    int32_t secondBond;           /**< not 0: the cards behind them work together as "bond1" */
+    uint8_t mac[VELKOR_CARDS][6]; /**< each card's MAC, **last byte first** */
+} CfgNetConfig;
+
+/** What the recorder is made of. */
+typedef struct CfgMediaDevice {
+    int32_t cardCount; /**< number of network cards; more than 8 count as 8 */
+} CfgMediaDevice;
+
+/** The network configuration; the library asks for number 0. NULL means no bonding and no card. */
+const CfgNetConfig *Cfg_gNetConfig(int number);
+
+/** The device description; the library asks for number 0. NULL means no card. */
+const CfgMediaDevice *Cfg_gMediaDevice(int number);
+/** @} */
+
+/** @name Network device
+ * Knows a device by a number or handle of its own; 0 means none and never gets here. @{ */
+
+/** One IPv6 address of a device. */
+typedef struct NetIpv6Address {
+    uint32_t reserved;
+    int32_t method;     /**< how it was configured, comparable with NetGetCurIpv6Method() */
+    char address[64];   /**< its text */
+    uint32_t attribute; /**< handed to the library's caller as it is */
+} NetIpv6Address;
+
+/** The IPv6 addresses of a device: 1220 bytes. */
+typedef struct NetIpv6AddressList {
+    int32_t count; /**< entries in use; the library looks at no more than there are */
+    NetIpv6Address entries[16];
+} NetIpv6AddressList;
+
+/** Fill a NetIpv6AddressList, which is cleared. The library ignores the result. */
+int NetDevice_GetIpv6AddressList(uintptr_t device, void *list);
+
+/** The device's current IPv6 configuration method. */
+int NetGetCurIpv6Method(uintptr_t device);
+/** @} */
+
 /** @name Memory service
  * Pools of memory by name. A pool is a 16-bit handle for the allocating calls. @{ */
 

@@ -1,0 +1,38 @@
+// System calls that a signal must not end early.
+#pragma once
+
+#include <errno.h>
+#include <poll.h>
+#include <stdint.h>
+#include <time.h>
+
+namespace velkor {
+
+// Calls again as long as a signal was what ended the call.
+template <typename Call>
+auto uninterrupted(Call call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+inline int64_t monotonic_ms() {
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+// Waits until there is something to read, or an error to fetch. Answers as select() does: 1, 0 after the time, or -1.
+// Unlike select() it takes a descriptor of any number.
+inline int wait_readable(int descriptor, int milliseconds) {
+    const int64_t end = monotonic_ms() + milliseconds;
+    return uninterrupted([&] {
+        struct pollfd waiting = {descriptor, POLLIN, 0};
+        const int64_t rest = end - monotonic_ms();
+        return poll(&waiting, 1, rest > 0 ? static_cast<int>(rest) : 0);
+    });
+}
+
+}  // namespace velkor
