@@ -23,13 +23,15 @@ inline const std::string COMMAND = VELKOR_EMULATOR " " VELKOR_TOOL_COMMAND;
 class Running {
 public:
     // `arguments` are what a person types behind "velkor", in the shell's language; standard input is a file.
-    explicit Running(const std::string &arguments, const std::string &input = "/dev/null") {
+    // `launcher` is what the tool is started by, if by anything.
+    explicit Running(const std::string &arguments, const std::string &input = "/dev/null",
+                     const std::string &launcher = "") {
         char name[] = "/tmp/toolXXXXXX";
         EXPECT_NE(mkdtemp(name), nullptr);
         directory_ = name;
         // The arguments come last, so that they can send the output elsewhere.
-        const std::string command =
-            "exec <" + input + " >" + directory_ + "/out 2>" + directory_ + "/err " + COMMAND + " " + arguments;
+        const std::string command = "exec <" + input + " >" + directory_ + "/out 2>" + directory_ + "/err " + launcher +
+                                    COMMAND + " " + arguments;
         // All files are there before the process is, so that they can be read at any time.
         place::write_file(directory_ + "/out", "");
         place::write_file(directory_ + "/err", "");

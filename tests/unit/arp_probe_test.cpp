@@ -55,11 +55,11 @@ TEST(ArpPacket, TellsOfItselfWhenItAdvertises) {
 }
 
 TEST(ArpForm, AcceptsHostBroadcastAndMulticastPackets) {
-    for (const unsigned char type : {PACKET_HOST, PACKET_BROADCAST, PACKET_MULTICAST}) {
-        EXPECT_TRUE(velkor::is_well_formed(answer(), type, question().own));
+    for (const int type : {PACKET_HOST, PACKET_BROADCAST, PACKET_MULTICAST}) {
+        EXPECT_TRUE(velkor::is_well_formed(answer(), static_cast<unsigned char>(type), question().own));
     }
-    for (const unsigned char type : {PACKET_OTHERHOST, PACKET_OUTGOING, 5, 255}) {
-        EXPECT_FALSE(velkor::is_well_formed(answer(), type, question().own));
+    for (const int type : {PACKET_OTHERHOST, PACKET_OUTGOING, 5, 255}) {
+        EXPECT_FALSE(velkor::is_well_formed(answer(), static_cast<unsigned char>(type), question().own));
     }
 }
 

@@ -382,41 +382,66 @@ velkor_lookup *make_lookup() {
     return lookup;
 }
 
-// When the caller lets go: before the worker has answered, in the very moment, or after it has let go.
-enum Order { AT_ONCE, WITH_THE_STATUS, LAST, ORDERS };
+// When the caller lets go: before the worker begins, in the moment of its answer, or after it has let go.
+enum Order { FIRST, WITH_THE_STATUS, LAST, ORDERS };
+
+constexpr int BATCH = 100;
+
+// Both sides yield: on a busy machine each waits as rarely as can be, once a batch.
+template <typename Condition>
+void wait_for(Condition condition) {
+    while (!condition()) {
+        sched_yield();
+    }
+}
+
+using Batch = std::vector<velkor_lookup *>;
+
+Batch make_batch() {
+    Batch batch;
+    for (int i = 0; i < BATCH; ++i) {
+        batch.push_back(make_lookup());
+    }
+    return batch;
+}
+
+void let_go_of(const Batch &batch, Order order, bool resolves) {
+    for (size_t i = order; i < batch.size(); i += ORDERS) {
+        if (order == WITH_THE_STATUS) {
+            wait_for([&] { return __atomic_load_n(&batch[i]->status, __ATOMIC_ACQUIRE) != VELKOR_LOOKUP_PENDING; });
+        }
+        if (order != FIRST) {
+            ASSERT_EQ(batch[i]->result != nullptr, resolves);
+        }
+        velkor_lookup_let_go(batch[i]);
+    }
+}
 
 TEST_F(NameResolution, HandsALookupOverWithEachEndingInEachOrder) {
-    std::atomic<velkor_lookup *> given{nullptr};
-    std::atomic<int> answered{0};
+    std::atomic<const Batch *> given{nullptr};
     std::atomic<bool> stop{false};
     std::thread worker([&] {
         while (!stop) {
-            if (velkor_lookup *const lookup = given.exchange(nullptr)) {
-                _Thr_GetIpTask(lookup);
-                ++answered;
-            } else {
+            const Batch *const batch = given;
+            if (batch == nullptr) {
                 sched_yield();
+                continue;
             }
+            for (velkor_lookup *const lookup : *batch) {
+                _Thr_GetIpTask(lookup);
+            }
+            given = nullptr;
         }
     });
-    for (int i = 0; i < HANDOFFS; ++i) {
-        const bool resolves = i / ORDERS % 2 == 0;
+    for (int handed = 0; handed < HANDOFFS; handed += BATCH) {
+        const bool resolves = handed / BATCH % 2 == 0;
         resolver.addresses = resolves ? std::vector<std::string>{"10.1.2.3"} : std::vector<std::string>{};
-        velkor_lookup *const lookup = make_lookup();
-        given = lookup;
-        const auto wait_for = [&](auto condition) {
-            while (!condition()) {
-                sched_yield();
-            }
-        };
-        if (i % ORDERS == WITH_THE_STATUS) {
-            wait_for([&] { return __atomic_load_n(&lookup->status, __ATOMIC_ACQUIRE) != VELKOR_LOOKUP_PENDING; });
-            ASSERT_EQ(lookup->result != nullptr, resolves);
-        } else if (i % ORDERS == LAST) {
-            wait_for([&] { return answered == i + 1; });
-        }
-        velkor_lookup_let_go(lookup);
-        wait_for([&] { return answered == i + 1; });
+        const Batch batch = make_batch();
+        let_go_of(batch, FIRST, resolves);
+        given = &batch;
+        let_go_of(batch, WITH_THE_STATUS, resolves);
+        wait_for([&] { return given == nullptr; });
+        let_go_of(batch, LAST, resolves);
     }
     stop = true;
     worker.join();

@@ -28,6 +28,7 @@ CLI::Option *add_json(CLI::App &command, bool &json, const std::string &descript
 void add_calendar(CLI::App &velkor, Run &chosen);
 void add_ini(CLI::App &velkor, Run &chosen);
 void add_log(CLI::App &velkor, Run &chosen);
+void add_net(CLI::App &velkor, Run &chosen);
 void add_run(CLI::App &velkor, Run &chosen);
 void add_sha1(CLI::App &velkor, Run &chosen);
 void add_sys(CLI::App &velkor, Run &chosen);

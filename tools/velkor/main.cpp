@@ -45,6 +45,7 @@ int run(int argc, char **argv) {
     tool::add_calendar(velkor, chosen);
     tool::add_ini(velkor, chosen);
     tool::add_log(velkor, chosen);
+    tool::add_net(velkor, chosen);
     tool::add_run(velkor, chosen);
     tool::add_sha1(velkor, chosen);
     tool::add_sys(velkor, chosen);
