@@ -160,8 +160,8 @@ VELKOR_API char *ConverseLowMAC(char *text);
 VELKOR_API int decimal2binary(int32_t low, uint32_t high, uint32_t *bits);
 
 /**
- * The sum of @p bits[i] shifted left by i, each term cut to 32 bits and taken as a signed number: **element 31 counts
- * -2147483648, the elements from 32 on count nothing.**
+ * The sum of all elements, each shifted left by its index, cut to 32 bits and taken as a signed number. So element 31
+ * counts minus 2147483648, and the elements from 32 on count nothing.
  *
  * @retval -1  also when @p bits is NULL
  */
@@ -240,7 +240,7 @@ static inline void velkor_lookup_let_go(velkor_lookup *lookup) {
     pthread_mutex_lock(&lookup->lock);
     is_last = lookup->finished == 1;
     lookup->finished = 1;
-    if (is_last && lookup->result != NULL) {
+    if (is_last && lookup->result) {
         freeaddrinfo(lookup->result);
     }
     pthread_mutex_unlock(&lookup->lock);

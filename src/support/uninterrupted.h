@@ -6,6 +6,8 @@
 #include <stdint.h>
 #include <time.h>
 
+#include <algorithm>
+
 namespace velkor {
 
 // Calls again as long as a signal was what ended the call.
@@ -25,14 +27,18 @@ inline int64_t monotonic_ms() {
 }
 
 // Waits until there is something to read, or an error to fetch. Answers as select() does: 1, 0 after the time, or -1.
-// Unlike select() it takes a descriptor of any number.
+// Unlike select() it takes a descriptor of any number, and a signal does not end it.
 inline int wait_readable(int descriptor, int milliseconds) {
     const int64_t end = monotonic_ms() + milliseconds;
-    return uninterrupted([&] {
+    int rest = milliseconds;
+    for (;;) {
         struct pollfd waiting = {descriptor, POLLIN, 0};
-        const int64_t rest = end - monotonic_ms();
-        return poll(&waiting, 1, rest > 0 ? static_cast<int>(rest) : 0);
-    });
+        const int result = poll(&waiting, 1, rest);
+        if (result >= 0 || errno != EINTR) {
+            return result;
+        }
+        rest = static_cast<int>(std::max<int64_t>(end - monotonic_ms(), 0));
+    }
 }
 
 }  // namespace velkor
