@@ -119,9 +119,9 @@ private:
 void name_card(velkor::InterfaceName &name, int number) {
     const velkor::Bonding bonding = velkor::configured_bonding();
     if (bonding.is_on && number < 4) {
-        strcpy(name, "bond0");
+        snprintf(name, sizeof name, "bond0");
     } else if (bonding.has_second && number >= 4) {
-        strcpy(name, "bond1");
+        snprintf(name, sizeof name, "bond1");
     } else {
         snprintf(name, sizeof name, "eth%d", number);
     }

@@ -30,11 +30,11 @@ constexpr size_t DEVICE_OPTION_SIZE = 32;
 void name_card(velkor::InterfaceName &name, int card) {
     const velkor::Bonding bonding = velkor::configured_bonding();
     if (bonding.is_on && card <= 4) {
-        strcpy(name, "bond0");
+        snprintf(name, sizeof name, "bond0");
     } else if (!bonding.has_second || card < 5) {
         snprintf(name, sizeof name, "eth%d", static_cast<int>(static_cast<unsigned>(card) - 1));
     } else {
-        strcpy(name, "bond1");
+        snprintf(name, sizeof name, "bond1");
     }
 }
 
