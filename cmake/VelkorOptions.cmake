@@ -25,10 +25,7 @@ set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g1")
 
 # Tests are built for every preset and run once: optimising them, half of which are their framework's templates, takes
 # longer than running them. Where they are watched this holds for the command-line tool too.
-set(VELKOR_QUICK_BUILD $<$<CONFIG:Release>:-O1>)
-if(VELKOR_SANITIZE)
-  set(VELKOR_QUICK_BUILD -O0)
-endif()
+set(VELKOR_QUICK_BUILD -O0)
 
 add_library(velkor-warnings INTERFACE)
 target_compile_options(velkor-warnings INTERFACE
