@@ -77,7 +77,7 @@ echo
 echo 'a minimal process on this machine             linked    without'
 row() { printf '%-40s %11s %10s\n' "$@"; }
 # shellcheck disable=SC2046 # two words
-row "start to end, us (median of $runs)" $(LD_LIBRARY_PATH=$native "$work/start_up" $runs "$work/linked" "$work/bare")
+row "start to end, us (best of $runs)" $(LD_LIBRARY_PATH=$native "$work/start_up" $runs "$work/linked" "$work/bare")
 row 'resident, KiB' "$(kib Rss "" "$work/linked.maps")" "$(kib Rss "" "$work/bare.maps")"
 row 'its own, KiB' "$(kib Private_Dirty '' "$work/linked.maps")" "$(kib Private_Dirty '' "$work/bare.maps")"
 echo
