@@ -4,15 +4,15 @@
 #     packaging/package.sh
 set -eu
 cd "$(dirname "$0")/.."
-packages=build/packages
+packages=$PWD/build/packages
 rm -rf "$packages"
 mkdir -p "$packages"
 
-# The same sources give the same packages: everything is dated as they are.
-SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git -c safe.directory='*' log -1 --format=%ct)}
+# The same build gives the same packages: everything has the date of the last commit, or of the changelog.
+SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git -c safe.directory='*' log -1 --format=%ct 2>/dev/null || date -r CHANGELOG.md +%s)}
 export SOURCE_DATE_EPOCH
 for preset in release arm; do
-    (cd "build/$preset" && cpack) >"$packages/$preset.log" 2>&1 || {
+    (cd "build/$preset" && cpack -B "$packages") >"$packages/$preset.log" 2>&1 || {
         cat "$packages/$preset.log"
         exit 1
     }
@@ -21,8 +21,22 @@ rm -rf "$packages/_CPack_Packages"
 
 lintian --allow-root --fail-on error "$packages"/*.deb
 
+# Every header and every manual page that was made is in the package: what belongs to no component would be left out.
+dpkg-deb --contents "$packages"/libvelkor-dev_*.deb >"$packages/contents"
+for file in include/velkor/*.h build/release/man/man*/*; do
+    [ -e "$file" ] || continue # no manual pages
+    name=${file#build/release/}
+    case $(cat "$packages/contents") in
+    *"/${name%.gz}"*) ;;
+    *)
+        echo "not in the package: $name"
+        exit 1
+        ;;
+    esac
+done
+
 # The tarball, as on a board: unpacked somewhere, with nothing installed.
-board=build/packages/board
+board=$packages/board
 mkdir "$board"
 tar -C "$board" -xzf "$packages"/*.tar.gz
 for file in "$board/bin/velkor" "$board"/lib/*.so.1; do
@@ -48,4 +62,4 @@ digest=$(qemu-arm -L /usr/arm-linux-gnueabihf "$board/bin/velkor" sha1 "$board/a
     exit 1
 }
 rm -rf "$board"
-ls -l "$packages"/*.deb "$packages"/*.tar.gz
+ls -l build/packages/*.deb build/packages/*.tar.gz
