@@ -6,9 +6,9 @@
 namespace velkor_host {
 
 // Copies the value of a name in a section. False, with `out` empty, when there is none or it does not fit.
-bool find_setting(const char *section, const char *name, char *out, size_t size);
+[[gnu::visibility("hidden")]] bool find_setting(const char *section, const char *name, char *out, size_t size);
 
 // The same as a number; `otherwise` when there is none.
-int find_number(const char *section, const char *name, int otherwise);
+[[gnu::visibility("hidden")]] int find_number(const char *section, const char *name, int otherwise);
 
 }  // namespace velkor_host
