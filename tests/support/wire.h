@@ -1,6 +1,7 @@
 // What goes over the wire between this machine and a second host, seen and made byte by byte.
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -101,6 +102,30 @@ public:
 
 private:
     pid_t process_ = -1;
+};
+
+// While it lives, the next descriptor that is opened has the number 1100 or a greater one.
+class HighDescriptors {
+public:
+    HighDescriptors();
+    ~HighDescriptors();
+    HighDescriptors(const HighDescriptors &) = delete;
+    HighDescriptors &operator=(const HighDescriptors &) = delete;
+
+private:
+    std::vector<int> held_;
+};
+
+// While it lives, nothing more can be opened.
+class NoDescriptors {
+public:
+    NoDescriptors();
+    ~NoDescriptors();
+    NoDescriptors(const NoDescriptors &) = delete;
+    NoDescriptors &operator=(const NoDescriptors &) = delete;
+
+private:
+    struct rlimit limit_;
 };
 
 // Number of descriptors that this process has open, besides that of its log.
