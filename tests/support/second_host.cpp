@@ -91,6 +91,11 @@ bool all_carry() {
 
 bool wait_until_all_carry() { return place::eventually(all_carry); }
 
+std::string commands_to_add(const std::string &name) {
+    return "link add " + name + " type veth peer name p" + name + "\nlink set " + name + " up\nlink set p" + name +
+           " up\n";
+}
+
 void run_batch(const std::string &commands) { place::output_of("ip -batch - <<END\n" + commands + "END"); }
 
 }  // namespace
@@ -137,8 +142,7 @@ pid_t SecondHost::start(const std::function<int()> &work) const {
 void add_interfaces(const std::vector<std::string> &names) {
     std::string commands;
     for (const std::string &name : names) {
-        commands += "link add " + name + " type veth peer name p" + name + "\nlink set " + name + " up\nlink set p" +
-                    name + " up\n";
+        commands += commands_to_add(name);
     }
     run_batch(commands);
     EXPECT_TRUE(wait_until_all_carry());

@@ -89,7 +89,7 @@ class EchoStation {
 public:
     struct Answer {
         Bytes packet;              // from the ICMP header on; its checksum is put in
-        std::string from = "";     // an address of the host instead of the one that was asked
+        std::string from{};        // an address of the host instead of the one that was asked
         unsigned delay_ms = 0;     // before it is sent
         bool has_options = false;  // in the IP header
     };

@@ -68,16 +68,19 @@ TEST_F(ToolNet, RouteShowsTheGateway) {
     EXPECT_THAT(outcome.out, HasSubstr("\"gateway\": \"10.7.0.2\""));
 }
 
-TEST_F(ToolNet, LinkSaysUpDownOrUnknown) {
+TEST_F(ToolNet, LinkOfARealDriverIsUpOrDown) {
     EXPECT_EQ(tool::run("net link eth0").out, "eth0: up\n");
     far_.run("ip link set eth0 down");
-    tool::Outcome outcome = tool::run("net link eth0");
+    const tool::Outcome outcome = tool::run("net link eth0");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.out, "eth0: down\n");
-    outcome = tool::run("net link nothing");
+}
+
+TEST_F(ToolNet, LinkThatNobodyKnowsIsUnknown) {
+    const tool::Outcome outcome = tool::run("net link nothing");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.out, "nothing: unknown\n");
-    EXPECT_EQ(outcome.err, "SIOCGMIIPHY on nothing failed: No such device\n");
+    EXPECT_THAT(outcome.err, StartsWith("SIOCGMIIPHY on nothing failed: "));
 }
 
 TEST_F(ToolNet, ValidateSaysWhatKindAndFailsForOneThatIsNotToBeUsed) {
