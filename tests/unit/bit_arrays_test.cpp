@@ -116,9 +116,9 @@ TEST(Netbinary2DecimalEx, AddsTheLowestBitsToTheWords) {
 }
 
 TEST(Netbinary2DecimalEx, HasNoUpperLimit) {
-    const std::vector<uint32_t> bits(32 * 20, 1);
+    const std::vector<uint32_t> bits(640, 1);
     std::array<uint32_t, 20> words = {};
-    EXPECT_EQ(Netbinary2decimalEx(32 * 20, bits.data(), words.data()), 0);
+    EXPECT_EQ(Netbinary2decimalEx(640, bits.data(), words.data()), 0);
     EXPECT_EQ(words[19], 0xffffffffU);
 }
 
