@@ -159,6 +159,7 @@ void measure_calls(benchmark::State &state, Call call) {
         state.counters["us_50%"] = share(0.5);
         state.counters["us_90%"] = share(0.9);
         state.counters["us_99%"] = share(0.99);
+        state.counters["us_99.9%"] = share(0.999);
         state.counters["us_most"] = times.back();
     }
 }

@@ -2,11 +2,14 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <algorithm>
+
 #include <velkor/network.h>
 
 namespace {
 
 constexpr int WORD_BITS = 32;
+constexpr int MOST_WORDS = 16;
 
 int words_of(int bits) { return bits > 0 ? (bits - 1) / WORD_BITS + 1 : 0; }
 
@@ -44,11 +47,14 @@ int decimal2binaryEx(const uint32_t words[16], uint32_t *bits, int count) {
         return -2;
     }
     const int number = words_of(count);
-    if (number > 16) {
+    if (number > MOST_WORDS) {
         return -3;
     }
+    // A copy, so that the bits may take the place of the words.
+    uint32_t copy[MOST_WORDS];
+    std::copy_n(words, number, copy);
     for (int w = 0; w < number; ++w) {
-        store_bits(words[w], bits + ptrdiff_t{w} * WORD_BITS);
+        store_bits(copy[w], bits + ptrdiff_t{w} * WORD_BITS);
     }
     return number;
 }

@@ -164,7 +164,7 @@ Bytes ArpFrame::bytes() const {
 }
 
 Tap::Tap(unsigned protocol)
-    : socket_(::socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, htons(ETH_P_ALL))), protocol_(protocol) {
+    : socket_(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL))), protocol_(protocol) {
     EXPECT_GE(socket_, 0);
 }
 
@@ -181,13 +181,13 @@ std::vector<Tap::Sent> Tap::take() const {
         if (length < 0) {
             return sent;
         }
-        if (link.sll_pkttype != PACKET_OUTGOING || ntohs(link.sll_protocol) != protocol_) {
+        if (length < ETH_HLEN || link.sll_pkttype != PACKET_OUTGOING || ntohs(link.sll_protocol) != protocol_) {
             continue;
         }
-        packet.resize(static_cast<size_t>(length));
         char name[IF_NAMESIZE] = "";
         if_indextoname(static_cast<unsigned>(link.sll_ifindex), name);
-        sent.push_back({name, Bytes(link.sll_addr, link.sll_addr + link.sll_halen), packet});
+        sent.push_back({name, Bytes(packet.begin(), packet.begin() + ETH_ALEN),
+                        Bytes(packet.begin() + ETH_HLEN, packet.begin() + length)});
     }
 }
 
@@ -249,6 +249,27 @@ EchoStation::EchoStation(const SecondHost &host,
 }
 
 EchoStation::~EchoStation() { end(process_); }
+
+HighDescriptors::HighDescriptors() {
+    do {
+        held_.push_back(dup(0));
+    } while (held_.back() >= 0 && held_.back() < 1099);
+    EXPECT_EQ(held_.back(), 1099) << "raise the limit of open files";
+}
+
+HighDescriptors::~HighDescriptors() {
+    for (const int descriptor : held_) {
+        close(descriptor);
+    }
+}
+
+NoDescriptors::NoDescriptors() {
+    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &limit_), 0);
+    const struct rlimit none = {0, limit_.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+}
+
+NoDescriptors::~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &limit_); }
 
 size_t open_descriptors() {
     size_t count = 0;

@@ -1,6 +1,7 @@
 // What goes over the wire between this machine and a second host, seen and made byte by byte.
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -88,7 +89,7 @@ class EchoStation {
 public:
     struct Answer {
         Bytes packet;              // from the ICMP header on; its checksum is put in
-        std::string from = "";     // an address of the host instead of the one that was asked
+        std::string from{};        // an address of the host instead of the one that was asked
         unsigned delay_ms = 0;     // before it is sent
         bool has_options = false;  // in the IP header
     };
@@ -101,6 +102,30 @@ public:
 
 private:
     pid_t process_ = -1;
+};
+
+// While it lives, the next descriptor that is opened has the number 1100 or a greater one.
+class HighDescriptors {
+public:
+    HighDescriptors();
+    ~HighDescriptors();
+    HighDescriptors(const HighDescriptors &) = delete;
+    HighDescriptors &operator=(const HighDescriptors &) = delete;
+
+private:
+    std::vector<int> held_;
+};
+
+// While it lives, nothing more can be opened.
+class NoDescriptors {
+public:
+    NoDescriptors();
+    ~NoDescriptors();
+    NoDescriptors(const NoDescriptors &) = delete;
+    NoDescriptors &operator=(const NoDescriptors &) = delete;
+
+private:
+    struct rlimit limit_;
 };
 
 // Number of descriptors that this process has open, besides that of its log.

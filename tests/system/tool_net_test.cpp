@@ -68,16 +68,19 @@ TEST_F(ToolNet, RouteShowsTheGateway) {
     EXPECT_THAT(outcome.out, HasSubstr("\"gateway\": \"10.7.0.2\""));
 }
 
-TEST_F(ToolNet, LinkSaysUpDownOrUnknown) {
+TEST_F(ToolNet, LinkOfARealDriverIsUpOrDown) {
     EXPECT_EQ(tool::run("net link eth0").out, "eth0: up\n");
     far_.run("ip link set eth0 down");
-    tool::Outcome outcome = tool::run("net link eth0");
+    const tool::Outcome outcome = tool::run("net link eth0");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.out, "eth0: down\n");
-    outcome = tool::run("net link nothing");
+}
+
+TEST_F(ToolNet, LinkThatNobodyKnowsIsUnknown) {
+    const tool::Outcome outcome = tool::run("net link nothing");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.out, "nothing: unknown\n");
-    EXPECT_EQ(outcome.err, "SIOCGMIIPHY on nothing failed: No such device\n");
+    EXPECT_THAT(outcome.err, StartsWith("SIOCGMIIPHY on nothing failed: "));
 }
 
 TEST_F(ToolNet, ValidateSaysWhatKindAndFailsForOneThatIsNotToBeUsed) {
@@ -130,15 +133,15 @@ TEST_F(ToolNet, PingSaysWhichCardHasNoInterface) {
 }
 
 TEST_F(ToolNet, ArpSaysWhoAnswers) {
+    tool::Running nobody("net arp 10.7.0.9 --timeout 1");  // takes its time
     tool::Outcome outcome = tool::run("net arp 10.7.0.2 --timeout 1");
     EXPECT_EQ(outcome.out, "10.7.0.2 is at 2:fc:0:0:0:2\n");
     EXPECT_EQ(outcome.status, 0);
-    outcome = tool::run("net arp 10.7.0.9 --timeout 1");
-    EXPECT_EQ(outcome.out, "nobody has 10.7.0.9\n");
-    EXPECT_EQ(outcome.status, 1);
     outcome = tool::run("net arp 10.7.0.9 --card 3");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, StartsWith("velkor: CheckIp: -1, "));
+    EXPECT_EQ(nobody.wait(), 1);
+    EXPECT_EQ(nobody.out(), "nobody has 10.7.0.9\n");
 }
 
 TEST_F(ToolNet, ConflictSaysWhoUsesTheMac) {

@@ -154,7 +154,8 @@ TEST(IPAddressU32ToChar, WritesZeroAsAnEmptyText) {
 std::string changed(const std::string &text, int result) {
     std::string copy = text;
     EXPECT_EQ(ChangeIpAddr(copy.data()), result) << text;
-    return copy.c_str();
+    copy.resize(strlen(copy.data()));
+    return copy;
 }
 
 TEST(ChangeIpAddr, DropsLeadingZeros) {

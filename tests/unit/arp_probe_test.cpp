@@ -1,7 +1,11 @@
 #include "support/arp_probe.h"
 
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <net/if_arp.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -15,6 +19,21 @@ namespace {
 using wire::Bytes;
 
 constexpr bool DETECTS = true;
+
+int refused_option = 0;
+
+}  // namespace
+
+// What a kernel does not refuse.
+extern "C" int setsockopt(int socket, int level, int option, const void *value, socklen_t size) noexcept {
+    if (option == refused_option) {
+        errno = EPERM;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_setsockopt, socket, level, option, value, size));
+}
+
+namespace {
 
 velkor::ArpQuestion question(unsigned short hardware_type = ARPHRD_ETHER, unsigned char length = 6) {
     velkor::ArpQuestion asked = {};
@@ -131,6 +150,19 @@ TEST(ArpProbe, AsksFromTheTargetWhenItIsUnsolicited) {
     EXPECT_EQ(probe.question().source, inet_addr("10.7.0.9"));
     velkor::ArpProbe nobody({.detects_duplicates = false, .is_unsolicited = true});
     EXPECT_FALSE(nobody.ask("eth0", "0.0.0.0"));  // with neither a source nor a duplicate to detect
+}
+
+TEST(ArpProbe, WarnsOfAndOutlivesARouteThatCannotBeKeptDirect) {
+    const SecondHost far("eth0", "10.7.0.1/24", "10.7.0.2/24");
+    refused_option = SO_DONTROUTE;
+    testing::internal::CaptureStderr();
+    velkor::ArpProbe probe({.detects_duplicates = false});
+    EXPECT_TRUE(probe.ask("eth0", "10.7.0.9"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "WARNING: setsockopt(SO_DONTROUTE): Operation not permitted\n");
+    EXPECT_EQ(probe.question().source, inet_addr("10.7.0.1"));
+    refused_option = SO_BINDTODEVICE;
+    velkor::ArpProbe unbound({.detects_duplicates = false});
+    EXPECT_FALSE(unbound.ask("eth0", "10.7.0.9"));
 }
 
 TEST(ArpProbe, FailsWithoutASource) {

@@ -85,6 +85,14 @@ TEST(Decimal2BinaryEx, RoundsTheWordsUpAndTakesSixteen) {
     EXPECT_EQ(decimal2binaryEx(words, bits.data(), INT32_MAX), -3);
 }
 
+TEST(Decimal2BinaryEx, WritesTheBitsWhereTheWordsWereToo) {
+    std::array<uint32_t, 64> place = {0x5, 0x80000003};
+    EXPECT_EQ(decimal2binaryEx(place.data(), place.data(), 64), 2);
+    EXPECT_EQ(std::vector<uint32_t>(place.begin(), place.begin() + 3), (std::vector<uint32_t>{1, 0, 1}));
+    EXPECT_EQ(std::vector<uint32_t>(place.begin() + 32, place.begin() + 35), (std::vector<uint32_t>{1, 1, 0}));
+    EXPECT_EQ(place[63], 1U);
+}
+
 TEST(Netbinary2DecimalEx, IsTheInverseOfDecimal2BinaryEx) {
     const uint32_t words[16] = {0xdeadbeef, 0, 1, 0x80000000, 5, 6};
     std::array<uint32_t, 192> bits = {};
@@ -108,9 +116,9 @@ TEST(Netbinary2DecimalEx, AddsTheLowestBitsToTheWords) {
 }
 
 TEST(Netbinary2DecimalEx, HasNoUpperLimit) {
-    const std::vector<uint32_t> bits(32 * 20, 1);
+    const std::vector<uint32_t> bits(640, 1);
     std::array<uint32_t, 20> words = {};
-    EXPECT_EQ(Netbinary2decimalEx(32 * 20, bits.data(), words.data()), 0);
+    EXPECT_EQ(Netbinary2decimalEx(640, bits.data(), words.data()), 0);
     EXPECT_EQ(words[19], 0xffffffffU);
 }
 

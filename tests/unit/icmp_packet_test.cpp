@@ -8,7 +8,7 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-Bytes packet(unsigned header_words, size_t icmp_bytes) {
+Bytes packet(size_t header_words, size_t icmp_bytes) {
     Bytes bytes(header_words * 4);
     bytes.resize(bytes.size() + icmp_bytes);
     if (!bytes.empty()) {
@@ -18,7 +18,7 @@ Bytes packet(unsigned header_words, size_t icmp_bytes) {
 }
 
 TEST(IcmpHead, FollowsAnIpHeaderOfAnyLength) {
-    for (unsigned words = 1; words <= 15; ++words) {
+    for (size_t words = 1; words <= 15; ++words) {
         Bytes bytes = packet(words, 8);
         bytes[words * 4] = 3;
         bytes[words * 4 + 4] = 0x34;
@@ -31,7 +31,7 @@ TEST(IcmpHead, FollowsAnIpHeaderOfAnyLength) {
 }
 
 TEST(IcmpHead, OfFewerThanEightBytesIsNone) {
-    for (unsigned words = 1; words <= 15; ++words) {
+    for (size_t words = 1; words <= 15; ++words) {
         for (size_t rest = 0; rest < 8; ++rest) {
             EXPECT_FALSE(velkor::icmp_head_of(packet(words, rest))) << words << " " << rest;
         }

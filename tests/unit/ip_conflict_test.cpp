@@ -1,8 +1,12 @@
 #include <errno.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/if_packet.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <velkor/firmware.h>
 #include <velkor/network.h>
@@ -15,6 +19,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/arp_answers.h"
+#include "support/held_clock.h"
 #include "support/log_capture.h"
 #include "support/place.h"
 #include "support/second_host.h"
@@ -31,10 +37,12 @@ std::optional<CfgMediaDevice> device{CfgMediaDevice{}};
 
 }  // namespace
 
-// Sending that fails, when a test wants it to.
+// Calls that fail, when a test wants them to.
 namespace {
 std::function<void()> instead_of_sending;
-}
+std::vector<int> reception_errors;         // one for each time that something is read, from the last
+std::optional<unsigned char> link_length;  // of an interface's hardware address; 255: it cannot be had
+}  // namespace
 
 extern "C" ssize_t sendto(int socket, const void *data, size_t size, int flags, const struct sockaddr *address,
                           socklen_t address_size) {
@@ -44,6 +52,24 @@ extern "C" ssize_t sendto(int socket, const void *data, size_t size, int flags, 
         return -1;
     }
     return syscall(SYS_sendto, socket, data, size, flags, address, address_size);
+}
+
+extern "C" ssize_t recvfrom(int socket, void *data, size_t size, int flags, struct sockaddr *address,
+                            socklen_t *address_size) {
+    if (!reception_errors.empty()) {
+        errno = reception_errors.back();
+        reception_errors.pop_back();
+        return -1;
+    }
+    return syscall(SYS_recvfrom, socket, data, size, flags, address, address_size);
+}
+
+extern "C" int getsockname(int socket, struct sockaddr *address, socklen_t *size) noexcept {
+    const int result = static_cast<int>(syscall(SYS_getsockname, socket, address, size));
+    if (link_length) {
+        reinterpret_cast<struct sockaddr_ll *>(address)->sll_halen = *link_length;
+    }
+    return link_length == 255 ? -1 : result;
 }
 
 const CfgNetConfig *Cfg_gNetConfig(int number) { return number == 0 && network ? &*network : nullptr; }
@@ -74,21 +100,16 @@ ArpFrame answer_of(const std::string &mac) {
 
 TEST_F(CheckIpTest, SendsOneProbeOfTheDescribedBytesToEverybody) {
     const wire::Tap tap(0x0806);
-    EXPECT_EQ(CheckIp(0, "10.7.0.9", slots[0], 1, 1), 0);
+    EXPECT_EQ(CheckIp(0, "10.7.0.9", slots[0], 1, 0), 0);
     const std::vector<wire::Tap::Sent> sent = tap.take();
     ASSERT_EQ(sent.size(), 1U);
     EXPECT_EQ(sent[0].interface, "eth0");
+    EXPECT_EQ(sent[0].to, wire::mac("ff:ff:ff:ff:ff:ff"));
     EXPECT_EQ(sent[0].packet, wire::joined({{0, 1, 8, 0, 6, 4, 0, 1},
                                             wire::mac_of("eth0"),
                                             wire::ipv4("0.0.0.0"),
                                             wire::mac("ff:ff:ff:ff:ff:ff"),
                                             wire::ipv4("10.7.0.9")}));
-}
-
-TEST_F(CheckIpTest, SendsToTheBroadcastAddress) {
-    // The second host's kernel answers only what reaches it, and the probe reaches it before any neighbour is known.
-    far_.run("ip neigh flush all");
-    EXPECT_EQ(CheckIp(0, "10.7.0.2", slots[0], FOR_EVER, 1), 1);
 }
 
 TEST_F(CheckIpTest, AnswersZeroWhenNobodyAnswersInTime) {
@@ -97,10 +118,23 @@ TEST_F(CheckIpTest, AnswersZeroWhenNobodyAnswersInTime) {
     EXPECT_EQ(slots[0][0], '#');
 }
 
-TEST_F(CheckIpTest, TakesATimeBelowOneSecondAsOne) {
-    EXPECT_EQ(CheckIp(0, "10.7.0.9", slots[0], 0, 8), 0);
-    EXPECT_EQ(CheckIp(0, "10.7.0.9", slots[0], -7, 8), 0);
+// After how many looks at a clock that advances by `step` seconds each time a listening ends.
+int looks(int timeout, int step) {
+    int count = 0;
+    held_clock::offset = [&count, step] { return step * count++; };
+    EXPECT_EQ(CheckIp(0, "10.7.0.9", nullptr, timeout, 8), 0);
+    held_clock::offset = nullptr;
+    return count - 1;  // the first is when it begins
 }
+
+TEST_F(CheckIpTest, ListensUntilTheSecondsReachItsTimeWhichIsOneAtLeast) {
+    EXPECT_EQ(looks(3, 1), 3);
+    EXPECT_EQ(looks(1, 1), 1);
+    EXPECT_EQ(looks(0, 1), 1);
+    EXPECT_EQ(looks(-7, 1), 1);
+}
+
+TEST_F(CheckIpTest, EndsWhenTheClockIsSetBack) { EXPECT_EQ(looks(FOR_EVER, -1), 1); }
 
 TEST_F(CheckIpTest, RecordsARealHostAndStopsAtOnce) {
     memset(slots, '#', sizeof slots);
@@ -232,7 +266,8 @@ TEST_F(CheckIpTest, LeavesAnOwnCardsTextInTheNextFreeSlot) {
     network = with_own_card();
     device = CfgMediaDevice{2};
     const wire::ArpStation station(far_, std::vector{answer_of("02:00:00:00:00:06"), answer_of("02:00:00:00:00:05")});
-    EXPECT_EQ(CheckIp(0, "10.7.0.9", slots[0], 2, 2), 1);
+    held_clock::offset = [] { return slots[1][0] != 0 ? 1 : 0; };
+    EXPECT_EQ(CheckIp(0, "10.7.0.9", slots[0], 1, 2), 1);
     EXPECT_EQ(slot(0), "2:0:0:0:0:6");
     EXPECT_EQ(slot(1), "2:0:0:0:0:5");
 }
@@ -297,7 +332,50 @@ TEST_F(CheckIpTest, TakesEachInterfaceAsItIsNow) {
     place::output_of(
         "ip link set eth0 down && ip link set eth0 name old && ip link set eth1 down && "
         "ip link set eth1 name eth0 && ip link set eth0 up");
+    other.wait_for_links();
     EXPECT_EQ(CheckIp(0, "10.8.0.2", slots[0], FOR_EVER, 1), 1);
+}
+
+TEST_F(CheckIpTest, RefusesAnInterfaceWithoutAHardwareAddress) {
+    const wire::Tap tap(0x0806);
+    for (const int length : {0, 255}) {
+        link_length = static_cast<unsigned char>(length);
+        EXPECT_EQ(CheckIp(0, "10.7.0.9", slots[0], 1, 1), -1);
+    }
+    link_length.reset();
+    EXPECT_THAT(tap.take(), IsEmpty());
+}
+
+TEST_F(CheckIpTest, FailsWithoutDescriptors) {
+    const wire::NoDescriptors none;
+    EXPECT_EQ(CheckIp(0, "10.7.0.9", slots[0], 1, 1), -1);
+}
+
+TEST_F(CheckIpTest, LosesNoMoreThanALookByAReceptionThatFails) {
+    reception_errors = {ENETDOWN, EAGAIN, EINTR, ENETDOWN};
+    EXPECT_EQ(CheckIp(0, "10.7.0.2", slots[0], FOR_EVER, 1), 1);
+    EXPECT_TRUE(reception_errors.empty());
+}
+
+TEST_F(CheckIpTest, IsNotDisturbedBySignals) {
+    const wire::ArpStation station(far_, std::vector{answer_of("02:00:00:00:00:01")},
+                                   wire::ArpStation::Begin::WHEN_TOLD);
+    static std::atomic<int> signals{0};
+    signals = 0;
+    struct sigaction counting = {};
+    counting.sa_handler = [](int) { ++signals; };
+    sigaction(SIGALRM, &counting, nullptr);
+    const struct itimerval often = {{0, 500}, {0, 500}};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    held_clock::offset = [&] {
+        if (signals >= 20) {
+            station.tell();
+        }
+        return 0;
+    };
+    EXPECT_EQ(CheckIp(0, "10.7.0.9", slots[0], FOR_EVER, 1), 1);
+    const struct itimerval never = {};
+    setitimer(ITIMER_REAL, &never, nullptr);
 }
 
 TEST_F(CheckIpTest, FindsEachOfSeveralHostsBehindABridge) {
@@ -308,20 +386,17 @@ TEST_F(CheckIpTest, FindsEachOfSeveralHostsBehindABridge) {
         "ip link set eth0 name b0 && ip link set here name eth0 && ip addr add 10.7.0.4/24 dev eth0 && "
         "for i in b0 b1 b2 bridged; do ip link set $i master lan && ip link set $i up; done && "
         "ip link set eth0 up && ip link set lan up");
+    second.wait_for_links();
+    third.wait_for_links();
+    EXPECT_TRUE(
+        place::eventually([] { return place::output_of("bridge link | grep -c forwarding || true") == "4\n"; }));
     EXPECT_EQ(CheckIp(0, "10.7.0.3", slots[0], FOR_EVER, 2), 2);
     EXPECT_NE(slot(0), slot(1));
 }
 
 TEST_F(CheckIpTest, ListensOnADescriptorAbove1024) {
-    std::vector<int> held;
-    while (held.empty() || held.back() < 1100) {
-        held.push_back(dup(0));
-        ASSERT_GE(held.back(), 0) << "raise the limit of open files";
-    }
+    const wire::HighDescriptors high;
     EXPECT_EQ(CheckIp(0, "10.7.0.2", slots[0], FOR_EVER, 1), 1);
-    for (const int descriptor : held) {
-        close(descriptor);
-    }
 }
 
 TEST_F(CheckIpTest, RunsOneProbeAtATime) {
@@ -342,6 +417,32 @@ TEST_F(CheckIpTest, RunsOneProbeAtATime) {
     second.join();
 }
 
+TEST_F(CheckIpTest, WorksInAChildForkedWhileAnotherThreadProbes) {
+    static std::atomic<bool> is_held{true};
+    static std::atomic<bool> is_sending{false};
+    instead_of_sending = [] {
+        is_sending = true;
+        is_sending.notify_all();
+        is_held.wait(true);
+    };
+    std::thread prober([] { CheckIp(0, "10.7.0.9", slots[0], 1, 0); });
+    is_sending.wait(false);
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);  // a child that hangs is a failure, not a wait for ever
+        instead_of_sending = nullptr;
+        _exit(CheckIp(0, "10.7.0.2", slots[0], FOR_EVER, 1));
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    is_held = false;
+    is_held.notify_all();
+    prober.join();
+    instead_of_sending = nullptr;
+}
+
 // Which interface asks, for a card from 0.
 std::string asked(int number, int bonding, int second_bond) {
     network->bonding = bonding;
@@ -354,10 +455,7 @@ std::string asked(int number, int bonding, int second_bond) {
 }
 
 TEST_F(CheckIpTest, TakesTheBondsForTheirCardsFromZero) {
-    for (const char *const name : {"eth3", "eth4", "eth5", "bond0", "bond1"}) {
-        place::output_of(std::string("ip link add ") + name + " type veth peer name p" + name + " && ip link set " +
-                         name + " up && ip link set p" + name + " up");
-    }
+    add_interfaces({"eth3", "eth4", "eth5", "bond0", "bond1"});
     const struct {
         int number, bonding, second;
         const char *interface;
@@ -386,6 +484,27 @@ TEST_F(CheckIpTest, IsReachedThroughItsWorkerToo) {
     char *const too_few[] = {address, nullptr};
     EXPECT_EQ(arping_main(0, too_few), -1);
     EXPECT_EQ(arping_main(0, nullptr), -1);
+}
+
+// A caller has eight slots at most, and listening ends when they are full; the count itself has no end.
+TEST(ArpAnswers, CountANinthStationWithoutRecordingIt) {
+    char buffer[8][VELKOR_CHECK_IP_SLOT_SIZE] = {};
+    velkor::ArpAnswers answers(buffer[0], 8);
+    const LogCapture log;
+    unsigned char mac[6] = {2, 0, 0, 0, 0, 0};
+    for (int i = 1; i <= 10; ++i) {
+        mac[5] = static_cast<unsigned char>(i * 0x10);
+        answers.take(mac, false);
+        EXPECT_EQ(answers.count(), i);
+        EXPECT_EQ(answers.is_enough(), i >= 8);
+    }
+    EXPECT_STREQ(buffer[7], "2:0:0:0:0:80");
+    const std::vector<std::string> messages = LogCapture::take_messages();
+    ASSERT_EQ(messages.size(), 18U);
+    EXPECT_EQ(messages[16], "recv_pack,304,received=8 +1");
+    EXPECT_EQ(messages[17], "recv_pack,304,received=9 +1");
+    answers.take(mac, true);
+    EXPECT_EQ(answers.count(), 10);
 }
 
 }  // namespace

@@ -26,10 +26,8 @@
 
 namespace {
 
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::StartsWith;
 using wire::Bytes;
 using wire::EchoStation;
 using Answers = std::vector<EchoStation::Answer>;
@@ -41,7 +39,8 @@ std::vector<int> waits;
 int first_empty_wait = 0;  // from this look on nothing comes; 0: never
 int forced_error = 0;
 std::optional<ssize_t> forced_length;
-std::vector<int> watched_calls;
+int refused_option = 0;
+std::vector<struct timeval> times_of_day;  // what the clock says, from the last
 
 template <typename Function>
 Function real(const char *name) {
@@ -49,6 +48,23 @@ Function real(const char *name) {
 }
 
 }  // namespace
+
+extern "C" int setsockopt(int socket, int level, int option, const void *value, socklen_t size) noexcept {
+    if (option == refused_option) {
+        errno = EINVAL;
+        return -1;
+    }
+    return real<int (*)(int, int, int, const void *, socklen_t)>("setsockopt")(socket, level, option, value, size);
+}
+
+extern "C" int gettimeofday(struct timeval *time, void *zone) noexcept {
+    if (times_of_day.empty()) {
+        return real<int (*)(struct timeval *, void *)>("gettimeofday")(time, zone);
+    }
+    *time = times_of_day.back();
+    times_of_day.pop_back();
+    return 0;
+}
 
 const CfgNetConfig *Cfg_gNetConfig(int number) { return number == 0 && network ? &*network : nullptr; }
 
@@ -214,6 +230,7 @@ TEST_F(CheckNetDelayTest, SkipsAnIpHeaderWithOptions) {
 }
 
 TEST_F(CheckNetDelayTest, LogsAPacketWithoutAWholeIcmpHeader) {
+    first_empty_wait = 2;
     forced_length = 27;
     const LogCapture log;
     EXPECT_EQ(CheckNetDelay(1, "10.7.0.2", &delay_, &replies_, 1, 1), -1);
@@ -242,6 +259,7 @@ TEST_F(CheckNetDelayTest, SendsTextThatIsNoAddressToTheBroadcastAddressWhichFail
 }
 
 TEST_F(CheckNetDelayTest, ComparesTheTextOfTheAddress) {
+    first_empty_wait = 2;
     const LogCapture log;
     EXPECT_EQ(CheckNetDelay(1, "10.7.2", &delay_, &replies_, 1, 1), -1);
     EXPECT_THAT(LogCapture::take_messages(),
@@ -269,15 +287,26 @@ TEST_F(CheckNetDelayTest, TakesAnySendTimeout) {
 }
 
 TEST_F(CheckNetDelayTest, ReadsADescriptorAbove1024) {
-    std::vector<int> held;
-    while (held.empty() || held.back() < 1100) {
-        held.push_back(dup(0));
-        ASSERT_GE(held.back(), 0) << "raise the limit of open files";
-    }
+    const wire::HighDescriptors high;
     EXPECT_EQ(CheckNetDelay(1, "10.7.0.2", nullptr, nullptr, 1, 1), 0);
-    for (const int descriptor : held) {
-        close(descriptor);
+}
+
+TEST_F(CheckNetDelayTest, FailsWithoutDescriptorsOrASendTimeout) {
+    {
+        const wire::NoDescriptors none;
+        EXPECT_EQ(CheckNetDelay(1, "10.7.0.2", nullptr, nullptr, 0, 1), -1);
     }
+    EXPECT_EQ(CheckNetDelay(1, "10.7.0.2", nullptr, nullptr, 0, 1), 0);
+    refused_option = SO_SNDTIMEO;
+    EXPECT_EQ(CheckNetDelay(1, "10.7.0.2", nullptr, nullptr, 0, 1), -1);
+    refused_option = SO_RCVBUF;  // whose failure does not matter
+    EXPECT_EQ(CheckNetDelay(1, "10.7.0.2", nullptr, nullptr, 0, 1), 0);
+}
+
+TEST_F(CheckNetDelayTest, DividesTheMicrosecondsTowardZero) {
+    times_of_day = {{12, 100000}, {10, 900500}};
+    EXPECT_EQ(CheckNetDelay(1, "10.7.0.2", &delay_, nullptr, 1, 1), 0);
+    EXPECT_EQ(delay_, 7U + 2000 - 800);
 }
 
 TEST_F(CheckNetDelayTest, IsNotCutShortBySignals) {
@@ -306,13 +335,13 @@ std::string asked(int card, int bonding, int second_bond) {
 }
 
 TEST_F(CheckNetDelayTest, TakesTheBondsForTheirCardsFromOne) {
-    for (const char *const name : {"eth3", "eth4", "eth5", "bond0", "bond1"}) {
-        place::output_of(std::string("ip link add ") + name + " type veth peer name p" + name + " && ip link set " +
-                         name + " up && ip link set p" + name + " up && ip route add 10.50.0.0/16 dev " + name +
-                         " metric 1$(ip -o link | wc -l) && ip neigh add 10.50.0.9 lladdr 02:00:00:00:00:09 dev " +
-                         name);
+    std::string routes;
+    for (const char *const name : {"eth0", "eth3", "eth4", "eth5", "bond0", "bond1"}) {
+        routes += std::string("route add 10.50.0.0/16 dev ") + name + " metric 1" + std::to_string(routes.size()) +
+                  "\nneigh add 10.50.0.9 lladdr 02:00:00:00:00:09 dev " + name + "\n";
     }
-    place::output_of("ip route add 10.50.0.0/16 dev eth0 && ip neigh add 10.50.0.9 lladdr 02:00:00:00:00:09 dev eth0");
+    add_interfaces({"eth3", "eth4", "eth5", "bond0", "bond1"});
+    place::output_of("ip -batch - <<END\n" + routes + "END");
     const struct {
         int card, bonding, second;
         const char *interface;
@@ -347,7 +376,7 @@ TEST(CalChksum, TakesAnOddLastByteAsAWordWithAZero) {
 }
 
 TEST(CalChksum, FoldsTheCarryTwice) {
-    Bytes many(65536 * 2, 0xff);
+    Bytes many(131072, 0xff);
     EXPECT_EQ(checksum(many), 0);
     many.resize(131070);
     EXPECT_EQ(checksum(many), 0);

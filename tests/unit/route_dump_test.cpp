@@ -24,7 +24,7 @@ struct Message {
     uint16_t flags = NLM_F_MULTI;
     uint32_t sequence = 0;
     uint32_t port = 0;
-    Text content = "";
+    Text content{};
     uint32_t claimed = 0;  // a length instead of the true one
 
     Text bytes() const {
@@ -236,10 +236,11 @@ TEST(RouteDestination, LooksLikeTheDefaultWhenItsTextContainsZeros) {
 TEST(RouteDump, IsTakenApartUpToAMessageThatLies) {
     const Text one = Message{.content = route(attribute(RTA_OIF, word(1)))}.bytes();
     const Text two = Message{.content = route(attribute(RTA_OIF, word(2)))}.bytes();
+    const Text good = one + two;
     for (const Text &bad : {Message{.claimed = 15}.bytes(), Message{.claimed = 10000}.bytes(), Text("short")}) {
         std::vector<uint32_t> interfaces;
-        velkor::for_each_route(one + two + bad,
-                               [&](const velkor::Route &told) { interfaces.push_back(told.interface); });
+        const Text dump = good + bad;
+        velkor::for_each_route(dump, [&](const velkor::Route &told) { interfaces.push_back(told.interface); });
         EXPECT_EQ(interfaces, (std::vector<uint32_t>{1, 2}));
     }
 }

@@ -37,7 +37,7 @@ std::string ipv4_of(const std::string &host) {
     if (detect_ip_type(host.c_str()) == 0) {
         return host;
     }
-    const std::string address = resolve(host, 6).front();
+    std::string address = resolve(host, 6).front();
     if (detect_ip_type(address.c_str()) != 0) {
         throw Failure(NEGATIVE, spelt_out(host) + " has no IPv4 address");
     }
@@ -139,7 +139,7 @@ struct ArpOptions {
 
 int arp(const ArpOptions &options) {
     require_socket("arp", AF_PACKET, SOCK_DGRAM, 0);
-    std::array<char, VELKOR_CHECK_IP_SLOTS *VELKOR_CHECK_IP_SLOT_SIZE> slots = {};
+    std::array<char, size_t{VELKOR_CHECK_IP_SLOTS} *VELKOR_CHECK_IP_SLOT_SIZE> slots = {};
     const int result =
         CheckIp(options.card, options.address.c_str(), slots.data(), options.timeout, VELKOR_CHECK_IP_SLOTS);
     if (result < 0) {
