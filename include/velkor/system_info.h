@@ -1,12 +1,12 @@
 /**
  * @file system_info.h
- * What the recorder is busy with (processor, memory, flash, and a process's memory, read from the kernel), and the links
- * of its Ethernet ports.
+ * What the recorder is busy with (processor, memory, flash, and a process's memory, read from the kernel), and the
+ * links of its Ethernet ports.
  *
  * There are three ways to the processor's load. They keep their own state and do not disturb each other:
  *
- * - SwitchCpuTimer(1), then GetCpuTimer() from a timer and GetCpuInfoNew(): idle and waiting per cent between two ticks.
- *   It costs some microseconds a tick, and is the way to prefer.
+ * - SwitchCpuTimer(1), then GetCpuTimer() from a timer and GetCpuInfoNew(): idle and waiting per cent between two
+ * ticks. It costs some microseconds a tick, and is the way to prefer.
  * - CalCPUDataTimer(), then GetCpuInfo(): busy per cent of one second, which its caller sleeps.
  * - GetCpuIdle(): idle per cent since the last time. It costs some microseconds, and **a descriptor for good each
  *   time**: it never closes the stream that it opens. At once a second a process with the usual limit of 1024

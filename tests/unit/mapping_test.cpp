@@ -91,11 +91,11 @@ TEST_F(PhysicalMemory, IsSharedByRequestsInsideOneMapping) {
 TEST_F(PhysicalMemory, IsUnmappedByItsLastUser) {
     const uintptr_t address = memmap(BASE, 16);
     memmap(BASE, 16);
+    EXPECT_NE(place::read_file("/proc/self/maps").find("/dev/mem"), std::string::npos);
     EXPECT_EQ(memunmap(address), 0);
     EXPECT_EQ(memunmap(address), 0);
     EXPECT_EQ(pMMAPNode, nullptr);
-    EXPECT_NE(msync(at(address), 4096, MS_ASYNC), 0);
-    EXPECT_EQ(errno, ENOMEM);  // nothing is mapped there
+    EXPECT_EQ(place::read_file("/proc/self/maps").find("/dev/mem"), std::string::npos);
     EXPECT_EQ(memunmap(address), -1);
 }
 
@@ -216,13 +216,15 @@ TEST(MappedFile, KeepsNoDescriptor) {
     HI_MUnMap(mapped, 4096);
 }
 
-TEST(MappedFile, ReachesOffsetsAbove4Gib) {
+// The emulator of the 32-bit platform cuts offsets to 32 bits; there 3 GiB must do, which no 32-bit off_t holds.
+TEST(MappedFile, ReachesOffsetsThatNeed64Bits) {
+    constexpr off_t FAR = off_t{sizeof(void *) == 4 ? 3 : 5} << 30;
     place::write_file("/tmp/file", "");
-    ASSERT_EQ(truncate("/tmp/file", (off_t{5} << 30) + 4096), 0);
+    ASSERT_EQ(truncate("/tmp/file", FAR + 4096), 0);
     const int descriptor = HI_Open("/tmp/file", O_RDWR, 0);
     ASSERT_GE(descriptor, 0);
-    ASSERT_EQ(pwrite(descriptor, "far", 3, off_t{5} << 30), 3);
-    void *const mapped = HI_MMap(nullptr, 4096, PROT_READ, MAP_SHARED, descriptor, int64_t{5} << 30);
+    ASSERT_EQ(pwrite(descriptor, "far", 3, FAR), 3);
+    void *const mapped = HI_MMap(nullptr, 4096, PROT_READ, MAP_SHARED, descriptor, FAR);
     ASSERT_NE(mapped, MAP_FAILED);
     EXPECT_EQ(memcmp(mapped, "far", 3), 0);
     EXPECT_EQ(HI_MUnMap(mapped, 4096), 0);
