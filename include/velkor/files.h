@@ -21,7 +21,8 @@ VELKOR_BEGIN_C
 /** A path of the functions below has at most this many characters. */
 #define VELKOR_PATH_LENGTH 255
 
-/** @name Copying @{ */
+/** @name Copying
+ * @{ */
 
 /** Results of copy_file(). */
 enum velkor_copy_result {
