@@ -119,6 +119,7 @@ int memunmap(uintptr_t virtual_address) {
     }
     // Without its first mapping the list is empty: later ones stay mapped and are found no more.
     *place = place == &pMMAPNode ? nullptr : mapping->next;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): addresses are numbers in this interface
     HI_MUnMap(reinterpret_cast<void *>(mapping->virtual_base), mapping->length);
     free(mapping);
     return 0;
