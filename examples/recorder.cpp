@@ -1,7 +1,8 @@
 // A small recorder process: it runs shell commands through its runner, looks for tasks and tries to swap; then a few
 // modules on threads of their own log and allocate under their own names, a timer orders snapshots that a queue keeps
-// and the workers of the pool take, a clock shows both calendars, recordings are copied, the load is watched, and the log
-// manager drains everybody's lines to a terminal. At the end everything is counted up. Exit status 0 only if the numbers agree.
+// and the workers of the pool take, a clock shows both calendars, recordings are copied, the load is watched, and the
+// log manager drains everybody's lines to a terminal. At the end everything is counted up. Exit status 0 only if the
+// numbers agree.
 //
 //     recorder [--seconds N]       runs where /dvrfile and /tmp/tty.logman are free: ./dev sandbox recorder
 #include <fcntl.h>
