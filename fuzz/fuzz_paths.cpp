@@ -1,6 +1,5 @@
 // Any two texts as paths: what comes out is what a second way of taking them apart gives, and fits its place.
 #include <stdint.h>
-#include <stdlib.h>
 #include <string.h>
 #include <velkor/files.h>
 #include <velkor/firmware.h>
@@ -8,13 +7,9 @@
 #include <memory>
 #include <string>
 
-namespace {
+#include "fuzzer.h"
 
-void expect(bool condition) {
-    if (!condition) {
-        abort();
-    }
-}
+namespace {
 
 // In a block of exactly the text and a byte to spare.
 std::unique_ptr<char[]> in_place(const std::string &text) {
@@ -26,12 +21,12 @@ std::unique_ptr<char[]> in_place(const std::string &text) {
 void check_name(const std::string &text) {
     const auto path = in_place(text);
     if (extract_file_name(path.get()) != 0) {
-        expect(text.size() > VELKOR_PATH_LENGTH);
+        EXPECT_TRUE(text.size() > VELKOR_PATH_LENGTH);
         return;
     }
     const size_t slash = text.rfind('/');
     const std::string expected = text.empty() ? "" : text.substr(slash == std::string::npos ? 1 : slash + 1);
-    expect(expected == path.get());
+    EXPECT_TRUE(expected == path.get());
 }
 
 void check_directory(const std::string &text) {
@@ -40,12 +35,12 @@ void check_directory(const std::string &text) {
         return;
     }
     if (extract_file_path(path.get()) != 0) {
-        expect(text.size() > VELKOR_PATH_LENGTH);
+        EXPECT_TRUE(text.size() > VELKOR_PATH_LENGTH);
         return;
     }
     const std::string cut = text.ends_with('/') ? text.substr(0, text.size() - 1) : text;
     const size_t slash = cut.rfind('/');
-    expect(text.substr(0, slash == std::string::npos ? 1 : slash + 1) == path.get());
+    EXPECT_TRUE(text.substr(0, slash == std::string::npos ? 1 : slash + 1) == path.get());
 }
 
 void check_join(const std::string &directory, const std::string &name) {
@@ -53,8 +48,8 @@ void check_join(const std::string &directory, const std::string &name) {
     const size_t first = name.find_first_not_of('/');
     const std::string rest = first == std::string::npos ? "" : name.substr(first);
     const std::string expected = directory + (directory.ends_with('/') ? "" : "/") + rest;
-    expect((path == nullptr) == (expected.size() > VELKOR_PATH_LENGTH));
-    expect(path == nullptr || expected == path);
+    EXPECT_TRUE((path == nullptr) == (expected.size() > VELKOR_PATH_LENGTH));
+    EXPECT_TRUE(path == nullptr || expected == path);
     vkmem_GlobalFree(path);
 }
 
