@@ -84,14 +84,23 @@ private:
 
 namespace {
 
-bool remove_entries(Directory &directory, const char *path) {
-    bool is_removed = true;
-    while (const char *const name = directory.next()) {
-        char *const child = concat_subpath_file(path, name);
-        is_removed = child != nullptr && remove_file(child) == 0 && is_removed;
-        vkmem_GlobalFree(child);
+// An entry whose path does not fit, or for which there is no memory, stays.
+bool remove_entry(const char *directory, const char *name) {
+    char *const path = concat_subpath_file(directory, name);
+    if (path == nullptr) {
+        return false;
     }
+    const bool is_removed = remove_file(path) == 0;
+    vkmem_GlobalFree(path);
     return is_removed;
+}
+
+bool remove_entries(Directory &directory, const char *path) {
+    bool are_removed = true;
+    while (const char *const name = directory.next()) {
+        are_removed = remove_entry(path, name) && are_removed;
+    }
+    return are_removed;
 }
 
 bool remove_directory(const char *path) {
