@@ -23,6 +23,7 @@
 #include "support/errno_keeper.h"
 #include "support/lock_guard.h"
 #include "support/log.h"
+#include "support/log_stamp.h"
 #include "support/owners.h"
 #include "support/plain_format.h"
 #include "support/platform.h"
@@ -72,7 +73,6 @@ void insert_global_pointer(unsigned index, RtMsgBuf *buffer) {
 
 namespace {
 
-constexpr size_t PREFIX_SIZE = 104;
 constexpr size_t TEXT_LIMIT = 4093;  // of prefix and message; behind it there is room for CR, LF and 0
 
 // The prefix changes once a second and thread.
@@ -80,22 +80,30 @@ struct Prefix {
     velkor::RememberedSecond second;
     long thread_id;  // 0: not asked for yet
     size_t length;
-    char text[PREFIX_SIZE];
+    char text[velkor::LOG_STAMP_SIZE + 24];
 };
 
 thread_local Prefix thread_prefix;
+
+// The C library converts to local time under a lock of its own, which a forked child would inherit locked, and wait for
+// ever. So this channel converts under this lock, and a fork holds it.
+pthread_mutex_t clock_lock = PTHREAD_MUTEX_INITIALIZER;
+
+size_t format_stamp(char (&out)[velkor::LOG_STAMP_SIZE], time_t now) {
+    const velkor::LockGuard guard(clock_lock);
+    return velkor::format_log_stamp(out, now);
+}
 
 void renew(Prefix &prefix, time_t now) {
     if (prefix.thread_id == 0) {
         prefix.thread_id = velkor::kernel_thread_id();
     }
-    struct tm local;
-    memset(&local, 0, sizeof local);
-    localtime_r(&now, &local);
+    char stamp[velkor::LOG_STAMP_SIZE];
+    const size_t stamp_length = format_stamp(stamp, now);
     prefix.second.remember(now);
-    const int length =
-        snprintf(prefix.text, sizeof prefix.text, "[%04d/%02d/%02d %02d:%02d:%02d %ld]", local.tm_year + 1900,
-                 local.tm_mon + 1, local.tm_mday, local.tm_hour % 24, local.tm_min, local.tm_sec, prefix.thread_id);
+    // The thread id goes inside the brackets of the stamp.
+    const int length = snprintf(prefix.text, sizeof prefix.text, "%.*s %ld]", static_cast<int>(stamp_length) - 1, stamp,
+                                prefix.thread_id);
     prefix.length = static_cast<size_t>(length);
 }
 
@@ -276,8 +284,7 @@ TagText tags = {};
 bool match_all = false;
 
 pthread_mutex_t terminal_lock = PTHREAD_MUTEX_INITIALIZER;
-FILE *terminal = nullptr;  // under its lock
-bool terminal_is_wanted = false;
+FILE *terminal = nullptr;  // under its lock; none: no live copy
 
 bool matches(const char *tag) {
     const velkor::LockGuard guard(tag_lock);
@@ -302,7 +309,7 @@ void match_tags_alone() {
 
 int copy_live(const Line &line) {
     const velkor::LockGuard guard(terminal_lock);
-    if (!terminal_is_wanted || terminal == nullptr) {
+    if (terminal == nullptr) {
         return 0;
     }
     fputs(line.text(), terminal);
@@ -316,8 +323,7 @@ bool change_terminal(const char *path) {
         fclose(terminal);
     }
     terminal = path != nullptr ? velkor::open_terminal_stream(path, O_RDWR | O_CREAT | O_TRUNC, "w+") : nullptr;
-    terminal_is_wanted = terminal != nullptr;
-    return terminal_is_wanted;
+    return terminal != nullptr;
 }
 
 }  // namespace
@@ -433,6 +439,8 @@ __attribute__((constructor)) void survive_fork() {
         thread_prefix.thread_id = 0;
         thread_prefix.second.forget();
     });
+    velkor::around_fork([] { pthread_mutex_lock(&clock_lock); }, [] { pthread_mutex_unlock(&clock_lock); },
+                        [] { pthread_mutex_unlock(&clock_lock); });
 }
 
 }  // namespace
