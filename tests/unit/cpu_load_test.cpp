@@ -8,14 +8,13 @@
 #include <velkor/system_info.h>
 
 #include <array>
-#include <filesystem>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "support/log_capture.h"
 #include "support/place.h"
+#include "support/wire.h"
 
 namespace {
 
@@ -254,14 +253,10 @@ TEST(CpuIdle, FailsOnALineWithoutANumber) {
     EXPECT_NE(messages[0].find("]-iRet=-1 errno="), std::string::npos);
 }
 
-size_t open_descriptors() {
-    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
-}
-
 TEST(CpuIdle, LeavesAStreamOpenForEachSample) {
-    const size_t before = open_descriptors();
+    const size_t before = wire::open_descriptors();
     EXPECT_EQ(GetCpuIdle(nullptr), 0);
-    EXPECT_EQ(open_descriptors(), before + 1);
+    EXPECT_EQ(wire::open_descriptors(), before + 1);
 }
 
 TEST(CpuIdle, LogsThatDescriptorsRanOut) {

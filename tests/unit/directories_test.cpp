@@ -1,6 +1,7 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 #include <velkor/files.h>
 
@@ -8,8 +9,29 @@
 #include <string>
 #include <vector>
 
+#include "support/command_runner.h"
 #include "support/log_capture.h"
 #include "support/place.h"
+
+namespace {
+
+int64_t played_blocks = -1;  // negative: as many as there are
+
+}  // namespace
+
+// What is measured is asked here.
+extern "C" int fstatat(int directory, const char *name, struct stat *status, int flags) noexcept {
+    struct statx real;
+    if (statx(directory, name, flags, STATX_BASIC_STATS, &real) != 0) {
+        return -1;
+    }
+    *status = {};
+    status->st_mode = real.stx_mode;
+    status->st_dev = makedev(real.stx_dev_major, real.stx_dev_minor);
+    status->st_ino = static_cast<ino_t>(real.stx_ino);
+    status->st_blocks = played_blocks >= 0 ? played_blocks : static_cast<int64_t>(real.stx_blocks);
+    return 0;
+}
 
 namespace {
 
@@ -104,6 +126,13 @@ TEST(RemoveFile, TakesPathsOf255CharactersAndFailsForLongerOnesAlone) {
     EXPECT_FALSE(place::exists("1234"));
 }
 
+TEST(RemoveFile, FailsForADirectoryThatCannotBeLookedInto) {
+    make("/tmp/tree");
+    const command_runner::FewDescriptors none(getpid(), 0);
+    EXPECT_EQ(remove_file("/tmp/tree"), -1);
+    EXPECT_EQ(is_dir("/tmp/tree"), 1);
+}
+
 // ---- Measuring ----
 
 TEST(Du, RoundsToTheNearestUnit) {
@@ -119,16 +148,31 @@ TEST(Du, RoundsToTheNearestUnit) {
     EXPECT_EQ(du("/tmp/file", 0x800), 0);
 }
 
-// Three blocks are 1536 bytes, and half a KiB more makes two.
-TEST(Du, GivesTwoKibForThreeBlocks) {
-    char name[] = "/var/tmp/velkorXXXXXX";  // a disk: its blocks are smaller than memory's pages
-    ASSERT_NE(mkdtemp(name), nullptr);
-    const std::string directory = name;
-    fill(directory + "/a", 1);
-    const int64_t blocks = blocks_of(directory) + blocks_of(directory + "/a");
-    EXPECT_EQ(du(name, KIB), (blocks * 512 + 512) / 1024);
-    EXPECT_EQ((int64_t{3} * 512 + 512) / 1024, 2);
-    EXPECT_EQ(remove_file(name), 0);
+// No file system here gives any number of blocks.
+TEST(Du, RoundsAnyNumberOfBlocksTo32BitsOfTheUnit) {
+    constexpr int MIB = 0x400;
+    constexpr int GIB = 0x800;
+    const struct {
+        int64_t blocks;
+        int flags;
+        int size;
+    } files[] = {
+        {3, KIB, 2},  // 1536 bytes, and half a KiB more makes two
+        {1, KIB, 1},
+        {5, 0, 2560},
+        {1023, MIB, 0},
+        {1024, MIB, 1},
+        {(1 << 20) - 1, GIB, 0},
+        {1 << 20, GIB, 1},
+        {int64_t{1} << 32, GIB, 2048},
+        {1 << 22, 0, INT32_MIN},  // 2 GiB
+        {(1 << 23) + 1, 0, 512},  // 4 GiB
+    };
+    fill("/tmp/file", 1);
+    for (const auto &file : files) {
+        played_blocks = file.blocks;
+        EXPECT_EQ(du("/tmp/file", file.flags), file.size) << file.blocks;
+    }
 }
 
 TEST(Du, AddsUpATreeWithItsDirectories) {
@@ -169,6 +213,13 @@ TEST(Du, EndsOnLinksThatPointAtADirectoryAroundThem) {
     const int64_t top = blocks_of("/tmp/tree");
     const int64_t sub = blocks_of("/tmp/tree/sub");
     EXPECT_EQ(du("/tmp/tree", FOLLOW), (top + sub + blocks_of("/tmp/tree/sub/file") + 20 * (top + sub)) * 512);
+}
+
+TEST(Du, CountsADirectoryThatCannotBeOpenedAlone) {
+    make("/tmp/tree");
+    fill("/tmp/tree/file", 40000);
+    const command_runner::FewDescriptors none(getpid(), 0);
+    EXPECT_EQ(du("/tmp/tree", 0), blocks_of("/tmp/tree") * 512);
 }
 
 TEST(Du, LogsWhatItCannotExamine) {
@@ -268,6 +319,12 @@ TEST(IsEmptyDir, TakesATreeOfDirectoriesForEmpty) {
 }
 
 // Who asks is about to remove it: what cannot be looked into is not empty.
+TEST(IsEmptyDir, IsNotADirectoryThatCannotBeOpened) {
+    make("/tmp/tree");
+    const command_runner::FewDescriptors none(getpid(), 0);
+    EXPECT_EQ(is_empty_dir("/tmp/tree"), 0);
+}
+
 TEST(IsEmptyDir, IsNotWhereAPathDoesNotFit) {
     const std::string directory = deep_directory(254);
     EXPECT_EQ(is_empty_dir("/tmp/deep"), 1);

@@ -11,12 +11,11 @@
 #include <velkor/files.h>
 #include <velkor/firmware.h>
 
-#include <filesystem>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "support/place.h"
+#include "support/wire.h"
 
 namespace {
 
@@ -49,10 +48,6 @@ std::string pattern(int64_t size) {
         byte = static_cast<char>(state >> 24);
     }
     return text;
-}
-
-size_t open_descriptors() {
-    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
 unsigned mode_of(const std::string &path) {
@@ -134,9 +129,9 @@ TEST(HostCopy, FailsOnAFullDiskAndKeepsWhatIsOnIt) {
     ASSERT_EQ(mount("velkor", "/tmp/small", "tmpfs", 0, "size=1m"), 0);
     const std::string content = pattern(2 * 1024 * 1024);
     place::write_file("/tmp/source", content);
-    const size_t before = open_descriptors();
+    const size_t before = wire::open_descriptors();
     EXPECT_EQ(copy("/tmp/source", "/tmp/small/destination"), -3);
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(wire::open_descriptors(), before);
     const std::string part = place::read_file("/tmp/small/destination");
     EXPECT_EQ(part.size(), size_t{1024} * 1024);
     EXPECT_TRUE(content.starts_with(part));
@@ -145,7 +140,7 @@ TEST(HostCopy, FailsOnAFullDiskAndKeepsWhatIsOnIt) {
 
 TEST(HostCopy, ClosesEverythingWhateverHappens) {
     place::write_file("/tmp/source", "text");
-    const size_t before = open_descriptors();
+    const size_t before = wire::open_descriptors();
     EXPECT_EQ(copy("/tmp/none", "/tmp/destination"), -8);
     EXPECT_FALSE(place::exists("/tmp/destination"));
     EXPECT_EQ(copy("/tmp/source", "/tmp"), -2);
@@ -158,7 +153,7 @@ TEST(HostCopy, ClosesEverythingWhateverHappens) {
     ASSERT_EQ(bind(listener, reinterpret_cast<struct sockaddr *>(&address), sizeof address), 0);
     close(listener);
     EXPECT_EQ(copy("/tmp/socket", "/tmp/destination"), -1);  // is there, and cannot be opened
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(wire::open_descriptors(), before);
 }
 
 TEST(HostCopy, TakesWhatThereIsOfASourceThatIsShorterThanAsked) {

@@ -72,6 +72,13 @@ TEST(MemoryInfo, IsUnavailableWithoutItsFile) {
     EXPECT_EQ(memory_words(percent), (Words{9, 9, 9, 9, 9, 9}));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "fopen: No such file or directory\n");
     EXPECT_DOUBLE_EQ(percent, -1.0);
+    uint32_t total = 9;
+    uint32_t free_kib = 9;
+    testing::internal::CaptureStderr();
+    EXPECT_DOUBLE_EQ(GetMemInfo(&total, &free_kib), -1.0);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(total, 0U);
+    EXPECT_EQ(free_kib, 0U);
 }
 
 TEST(MemoryInfo, WorksOnTheRealKernel) {
