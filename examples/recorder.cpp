@@ -495,7 +495,7 @@ void check_pools() {
         expect(pool.bytes == 0 && pool.blocks == 0, "a pool is empty at the end");
         expect(pool.peak_bytes > 0, "a pool was used");
     }
-    expect(pools == 4, "four pools are open: three modules' own and the general one, which has the rest");
+    expect(pools == 5, "five pools are open: three modules' own, the general one, and that of joined paths");
 }
 
 int report(const LogTerminal &terminal) {
