@@ -272,6 +272,9 @@ TEST(CpuIdle, LogsThatDescriptorsRanOut) {
     ASSERT_EQ(messages.size(), 1U);
     EXPECT_TRUE(messages[0].starts_with("[GetCpuIdle:")) << messages[0];
     EXPECT_TRUE(messages[0].ends_with("]-open /proc/stat error. errno=24 ")) << messages[0];
+    EXPECT_EQ(GetCpuIdle(&idle), 0);  // this second had its sample
+    EXPECT_EQ(idle, 999U);
+    EXPECT_TRUE(log.take_messages().empty());
 }
 
 TEST(CpuIdle, WorksOnTheRealKernel) {

@@ -12,6 +12,7 @@
 
 #include <string>
 
+#include "support/allocation_faults.h"
 #include "support/place.h"
 
 namespace {
@@ -172,6 +173,15 @@ TEST_F(PhysicalMemory, AnswersZeroForAMappingThatFails) {
     EXPECT_EQ(mkfifo("/dev/mem", 0600), 0);  // opens, and cannot be mapped
     EXPECT_EQ(memmap(0x1000, 1), 0U);
     EXPECT_EQ(pMMAPNode, nullptr);
+}
+
+TEST_F(PhysicalMemory, StaysMappedWhereThereIsNoMemoryForItsRecord) {
+    allocations::fail(1);
+    EXPECT_EQ(memmap(0x1000, 1), 0U);
+    EXPECT_EQ(pMMAPNode, nullptr);
+    EXPECT_NE(place::read_file("/proc/self/maps").find("/dev/mem"), std::string::npos);
+    EXPECT_NE(memmap(0x1000, 1), 0U);
+    EXPECT_EQ(pMMAPNode->users, 1);
 }
 
 // ---- Files ----

@@ -11,6 +11,7 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "support/log_capture.h"
 #include "support/place.h"
@@ -18,6 +19,18 @@
 namespace {
 
 constexpr const char *FILE_NAME = "/dvrfile/log/upgrade.log";
+
+// What was in a file each time that one was forced to the disk.
+std::vector<std::string> synced;
+
+}  // namespace
+
+extern "C" int fsync(int fd) {
+    synced.push_back(place::read_file("/proc/self/fd/" + std::to_string(fd)));
+    return 0;
+}
+
+namespace {
 
 class UpgradeLog : public testing::Test {
 protected:
@@ -36,6 +49,14 @@ TEST_F(UpgradeLog, AppendsALineOfThreeFields) {
     std::getline(lines, line);
     EXPECT_TRUE(std::regex_match(line, std::regex(stamp + "\\[x\\]\\]\\[\\]\\[z\\]"))) << line;
     EXPECT_FALSE(std::getline(lines, line));
+}
+
+TEST_F(UpgradeLog, IsForcedToTheDiskLineByLine) {
+    upgrade_WriteLog("a", "b", "c");
+    const std::string first = place::read_file(FILE_NAME);
+    upgrade_WriteLog("d", "e", "f");
+    EXPECT_TRUE(first.ends_with("[a][b][c]\n")) << first;
+    EXPECT_EQ(synced, (std::vector<std::string>{first, place::read_file(FILE_NAME)}));
 }
 
 TEST_F(UpgradeLog, RefusesAFieldThatIsNull) {
@@ -62,6 +83,7 @@ TEST_F(UpgradeLog, ReportsALineThatCannotBeWritten) {
     EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &anything), 0);
     EXPECT_EQ(log.take_messages(), std::vector<std::string>{"upgrade_WriteLog 2454 fputs error"});
     EXPECT_EQ(place::read_file(FILE_NAME), "");
+    EXPECT_TRUE(synced.empty());
 }
 
 TEST_F(UpgradeLog, CutsALineAt511Characters) {

@@ -48,13 +48,17 @@ int flag_of(char unit) {
 
 // The library's numbers have 32 bits: two billion of the unit.
 uint32_t measured(const DuOptions &options, const std::string &path) {
-    const int follow = options.follow ? FOLLOW : 0;
-    const auto kib = static_cast<uint32_t>(du(path.c_str(), follow | IN_KIB));
-    if (options.unit == 'b' && kib >= uint32_t{1} << 22) {
-        throw Failure(NEGATIVE, path + " takes " + size_text(uint64_t{kib} * 1024) +
-                                    ": the library counts bytes up to 4 GiB, ask for --unit k");
+    const auto in = [&](int unit) {
+        return static_cast<uint32_t>(du(path.c_str(), (options.follow ? FOLLOW : 0) | unit));
+    };
+    if (options.unit == 'b') {
+        const uint64_t kib = in(IN_KIB);
+        if (kib >= uint64_t{1} << 22) {
+            throw Failure(NEGATIVE, path + " takes " + size_text(kib * 1024) +
+                                        ": the library counts bytes up to 4 GiB, ask for --unit k");
+        }
     }
-    return options.unit == 'h' ? kib : static_cast<uint32_t>(du(path.c_str(), follow | flag_of(options.unit)));
+    return in(flag_of(options.unit));
 }
 
 int show_usage(const DuOptions &options) {
