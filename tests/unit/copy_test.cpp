@@ -381,8 +381,9 @@ TEST(CopyOpening, FailsWithoutASource) {
 }
 
 TEST(CopyOpening, DescribesABareDiskByTheSourcesStatus) {
+    layer.opens = {FAILS};  // the second try has the same record
     EXPECT_EQ(copy_file("/s", "/dev/scsi/host0/bus1/target2", nullptr, -1, 0), 0);
-    ASSERT_EQ(layer.destination_records.size(), 1U);
+    ASSERT_EQ(layer.destination_records.size(), 2U);
     std::vector<unsigned char> expected(96);
     put_word(expected.data(), 0, 0x104);
     put_word(expected.data(), 4, 0x128);
@@ -391,6 +392,7 @@ TEST(CopyOpening, DescribesABareDiskByTheSourcesStatus) {
     memcpy(&expected[24], "/dev/scsi/host0/bus1/t", 22);
     memcpy(&expected[88], "sdv", 3);
     EXPECT_EQ(layer.destination_records[0], expected);
+    EXPECT_EQ(layer.destination_records[1], expected);
 }
 
 TEST(CopyOpening, HandsOnTheCallersRecordForABareDiskAlone) {

@@ -403,6 +403,13 @@ TEST_F(DebugPrint, CopiesMatchingLinesLive) {
     EXPECT_EQ(poll(&waiting, 1, 0), 0);
 }
 
+TEST_F(DebugPrint, AnswersTheFailedFlushOfALineThatIsKeptAllTheSame) {
+    switch_on();
+    set_mode("/dev/full:/dev/pts/x");
+    EXPECT_EQ(Rt_PrintfNoGlobalfd("/dev/pts/x", "kept"), EOF);
+    EXPECT_EQ(text(), "kept\r\n");
+}
+
 TEST_F(DebugPrint, KeepsTheLiveCopyWithoutAModeFileAndWithOneThatNamesNoTerminal) {
     place::Terminal terminal;
     switch_on();
