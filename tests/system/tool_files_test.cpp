@@ -173,7 +173,7 @@ TEST(ToolCopy, ShowsItsProgressOnATerminal) {
 // ---- du ----
 
 TEST(ToolDu, MeasuresInAllUnits) {
-    place::write_file("/tmp/file", text_of(600 * 1024));
+    place::write_file("/tmp/file", text_of(size_t{600} * 1024));
     EXPECT_EQ(tool::run("du /tmp/file").out, "600.0 KiB\t/tmp/file\n");
     EXPECT_EQ(tool::run("du --unit k /tmp/file").out, "600\t/tmp/file\n");
     EXPECT_EQ(tool::run("du --unit b /tmp/file").out, "614400\t/tmp/file\n");

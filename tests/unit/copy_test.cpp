@@ -25,7 +25,7 @@ using Strings = std::vector<std::string>;
 constexpr int SOURCE = 30;
 constexpr int DESTINATION = 40;
 constexpr int BLOCK = 0x80000;
-constexpr int64_t MIB = 1024 * 1024;
+constexpr int64_t MIB = int64_t{1} << 20;
 constexpr int FAILS = -1;  // an answer of a call
 
 // What the layer is told to answer, and what it was asked.
@@ -252,7 +252,7 @@ TEST(Copy, AsksTheRecordersViewFirst) {
 }
 
 TEST(Copy, TakesAFileAbove4GibWhole) {
-    layer.size = 5 * 1024 * MIB + 3;
+    layer.size = MIB * 5 * 1024 + 3;
     EXPECT_EQ(copy(), 0);
     EXPECT_EQ(layer.written, layer.size);
     EXPECT_EQ(layer.syncs, 512 + 1);
@@ -464,7 +464,7 @@ TEST(CopyWriting, GoesOnWhereAShortWriteEnded) {
 }
 
 TEST(CopyWriting, SucceedsAtTheTenthAttempt) {
-    layer.size = 2 * BLOCK;
+    layer.size = int64_t{2} * BLOCK;
     layer.writes = {0, 0, 0, 0, 0, 0, 0, 0, 0};
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(copy(), 0);

@@ -136,13 +136,13 @@ TEST(RemoveFile, FailsForADirectoryThatCannotBeLookedInto) {
 // ---- Measuring ----
 
 TEST(Du, RoundsToTheNearestUnit) {
-    fill("/tmp/file", 3 * 4096);
+    fill("/tmp/file", size_t{3} * 4096);
     const int64_t bytes = blocks_of("/tmp/file") * 512;
     EXPECT_EQ(du("/tmp/file", 0), bytes);
     EXPECT_EQ(du("/tmp/file", KIB), (bytes + 512) / 1024);
     EXPECT_EQ(du("/tmp/file", 0x400), 0);
     EXPECT_EQ(du("/tmp/file", KIB | 0x400 | 0x800), (bytes + 512) / 1024);  // the smallest unit wins
-    fill("/tmp/file", 600 * 1024);
+    fill("/tmp/file", size_t{600} * 1024);
     EXPECT_EQ(du("/tmp/file", 0x400), 1);
     EXPECT_EQ(du("/tmp/file", 0x400 | 0x800), 1);
     EXPECT_EQ(du("/tmp/file", 0x800), 0);

@@ -127,7 +127,7 @@ TEST(HostCopy, IsIdenticalAroundEveryMark) {
 TEST(HostCopy, FailsOnAFullDiskAndKeepsWhatIsOnIt) {
     ASSERT_EQ(mkdir("/tmp/small", 0755), 0);
     ASSERT_EQ(mount("velkor", "/tmp/small", "tmpfs", 0, "size=1m"), 0);
-    const std::string content = pattern(2 * 1024 * 1024);
+    const std::string content = pattern(int64_t{2} << 20);
     place::write_file("/tmp/source", content);
     const size_t before = wire::open_descriptors();
     EXPECT_EQ(copy("/tmp/source", "/tmp/small/destination"), -3);

@@ -227,7 +227,7 @@ TEST_F(DebugPrint, WrapsAndReadsTheOlderRemainderBeforeTheNewest) {
     EXPECT_EQ(buffer.write_position, static_cast<int32_t>(newest.size()));
     const std::string out = read_back();
     const std::string older(static_cast<size_t>(SIZE - 1) - newest.size() - 1, 'o');
-    EXPECT_EQ(std::string(out.c_str()), older + newest);
+    EXPECT_STREQ(out.c_str(), (older + newest).c_str());
     EXPECT_EQ(out.back(), '\0');
 }
 
@@ -235,7 +235,7 @@ TEST_F(DebugPrint, ReadsAWrappedBufferWhosePositionIsTheLastByte) {
     RtMsgEx_sFlag(&buffer, 0, 1);
     memset(buffer.text, 'n', SIZE - 1);
     buffer.write_position = SIZE - 1;
-    EXPECT_EQ(std::string(read_back().c_str()), std::string(SIZE - 1, 'n'));
+    EXPECT_STREQ(read_back().c_str(), std::string(SIZE - 1, 'n').c_str());
 }
 
 TEST_F(DebugPrint, StaysInsideABufferThatItsOwnerSpoilt) {

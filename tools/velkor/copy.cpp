@@ -5,7 +5,9 @@
 #include <unistd.h>
 #include <velkor/files.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -96,7 +98,7 @@ std::string progress_line(const Progress &progress) {
                        size_text(progress.done) + " of " + size_text(progress.all);
     if (progress.done > 0) {
         line += "  " + rate_text(progress.rate()) + "  " +
-                time_text(static_cast<uint64_t>(left / std::max(progress.rate(), 1.0) + 0.5)) + " left";
+                time_text(static_cast<uint64_t>(std::llround(left / std::max(progress.rate(), 1.0)))) + " left";
     }
     return line;
 }

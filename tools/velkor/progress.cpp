@@ -49,7 +49,8 @@ std::string bar(double fraction, unsigned width) {
 
 Descriptor ticks_every(unsigned milliseconds) {
     Descriptor ticks(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
-    const struct timespec period = {milliseconds / 1000, static_cast<long>(milliseconds % 1000) * 1000000};
+    const struct timespec period = {static_cast<time_t>(milliseconds / 1000),
+                                    static_cast<long>(milliseconds % 1000) * 1000000};
     const struct itimerspec setting = {period, period};
     if (!ticks || timerfd_settime(ticks.get(), 0, &setting, nullptr) != 0) {
         fail_call("make a timer");
