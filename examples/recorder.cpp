@@ -1,7 +1,8 @@
 // A small recorder process: it runs shell commands through its runner, looks for tasks and tries to swap; then a few
 // modules on threads of their own log and allocate under their own names, a timer orders snapshots that a queue keeps
-// and the workers of the pool take, a clock shows both calendars, and the log manager drains everybody's lines to a
-// terminal. At the end everything is counted up. Exit status 0 only if the numbers agree.
+// and the workers of the pool take, a clock shows both calendars, recordings are copied, the load is watched, and the
+// log manager drains everybody's lines to a terminal. At the end everything is counted up. Exit status 0 only if the
+// numbers agree.
 //
 //     recorder [--seconds N]       runs where /dvrfile and /tmp/tty.logman are free: ./dev sandbox recorder
 #include <fcntl.h>
@@ -9,6 +10,7 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -16,7 +18,9 @@
 #include <velkor/calendar.h>
 #include <velkor/concurrency.h>
 #include <velkor/diagnostics.h>
+#include <velkor/files.h>
 #include <velkor/process.h>
+#include <velkor/system_info.h>
 #include <velkor_host.h>
 
 #include <algorithm>
@@ -24,6 +28,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <string>
@@ -400,6 +405,65 @@ void show_time(Clock::time_point end) {
     ThrInfo_Clear();
 }
 
+// Copies a recording to another directory again and again, and says how far it is.
+void back_up(Clock::time_point end) {
+    ThrInfo_DoRecord("backup", __LINE__, nullptr);
+    char directory[] = "/tmp/backupXXXXXX";
+    expect(mkdtemp(directory) != nullptr, "there is room for recordings");
+    const std::string recording = std::string(directory) + "/recording";
+    const std::string copy = std::string(directory) + "/copy";
+    std::ofstream(recording) << std::string(8 * KIB * KIB, 'v');
+    while (Clock::now() < end) {
+        std::atomic<bool> is_running{true};
+        std::thread copier([&] {
+            expect(copy_file(recording.c_str(), copy.c_str(), nullptr, -1, 1) == 0, "a recording is copied");
+            ++counters.accepted;  // the library's own line: this memory service does not take the copy's buffer
+            is_running = false;
+        });
+        while (is_running) {
+            std::error_code not_there_yet;
+            const auto size = std::filesystem::file_size(copy, not_there_yet);
+            LOG("backup", "%zu KiB are copied", not_there_yet ? 0 : static_cast<size_t>(size) / KIB);
+            std::this_thread::sleep_for(20ms);
+        }
+        copier.join();
+        expect(du(copy.c_str(), 0x200) == du(recording.c_str(), 0x200), "the copy is as large");
+        expect(remove_file(copy.c_str()) == 0, "the copy is removed");
+        std::this_thread::sleep_for(400ms);
+    }
+    expect(remove_file(directory) == 0, "the recordings are removed");
+    ThrInfo_Clear();
+}
+
+// Keeps what the processor did in a message buffer.
+void watch_load(Clock::time_point end) {
+    static RtMsgBuf messages = {};
+    ThrInfo_DoRecord("load", __LINE__, nullptr);
+    pthread_mutex_init(&messages.lock, nullptr);
+    const int slot = find_empty_pointer();
+    expect(slot == 0, "the first message buffer is free");
+    insert_global_pointer(static_cast<unsigned>(slot), &messages);
+    expect(mkdir("rt_debug", 0755) == 0, "the debug channel is switched on");
+    SwitchCpuTimer(1);
+    while (Clock::now() < end) {
+        rt_JudgePrintEn();
+        GetCpuTimer();
+        double idle = 0;
+        double iowait = 0;
+        if (GetCpuInfoNew(&idle, &iowait) == 0) {
+            rt_printf(static_cast<unsigned>(slot + 1), "idle %.1f %%, waiting for disks %.1f %%", idle, iowait);
+            LOG("load", "idle %.1f %%, memory %.1f %%, flash %.1f %%", idle, GetMemInfo(nullptr, nullptr),
+                GetFlashInfo());
+        }
+        std::this_thread::sleep_for(250ms);
+    }
+    std::string kept(VELKOR_MESSAGE_TEXT_SIZE, '\0');
+    expect(get_msg0(kept.data(), VELKOR_MESSAGE_TEXT_SIZE) == 0, "the message buffer is read");
+    expect(kept.find("waiting for disks") != std::string::npos, "the message buffer has kept the load");
+    expect(remove_file("rt_debug") == 0, "the debug channel is switched off");
+    ThrInfo_Clear();
+}
+
 // ---- The process ----
 
 void *run_module(void *module) {
@@ -408,8 +472,9 @@ void *run_module(void *module) {
 }
 
 void run_modules(Clock::time_point end) {
-    std::vector<std::function<void()>> modules = {[=] { encode(end); }, [=] { watch_motion(end); }, [=] { store(end); },
-                                                  [=] { take_snapshots(end); }, [=] { show_time(end); }};
+    std::vector<std::function<void()>> modules = {
+        [=] { encode(end); },    [=] { watch_motion(end); }, [=] { store(end); },     [=] { take_snapshots(end); },
+        [=] { show_time(end); }, [=] { back_up(end); },      [=] { watch_load(end); }};
     std::vector<pthread_t> threads(modules.size());
     for (size_t i = 0; i < modules.size(); ++i) {
         expect(__pthread_create(&threads[i], nullptr, run_module, &modules[i]) == 0, "a module's thread starts");
@@ -430,7 +495,7 @@ void check_pools() {
         expect(pool.bytes == 0 && pool.blocks == 0, "a pool is empty at the end");
         expect(pool.peak_bytes > 0, "a pool was used");
     }
-    expect(pools == 4, "four pools are open: three modules' own and the general one, which has the rest");
+    expect(pools == 5, "five pools are open: three modules' own, the general one, and that of joined paths");
 }
 
 int report(const LogTerminal &terminal) {
@@ -476,6 +541,11 @@ int main(int argc, char **argv) {
         fprintf(stderr, "recorder: cannot make %s and %s; try it in ./dev sandbox\n", TERMINAL, SWITCH_FILE);
         return 1;
     }
+    char working[] = "/tmp/recorderXXXXXX";  // where the debug channel has its switch
+    if (mkdtemp(working) == nullptr || chdir(working) != 0) {
+        fputs("recorder: cannot make a directory to work in\n", stderr);
+        return 1;
+    }
     printf("%s is here, the log is on; %d seconds of work\n", SWITCH_FILE, seconds);
     logman_init();
     expect(vk_GetLogmanEnable() == 1, "the log is on");
@@ -485,6 +555,7 @@ int main(int argc, char **argv) {
     count_librarys_lines(try_to_swap);
 
     run_modules(Clock::now() + std::chrono::seconds(seconds));
+    expect(remove_file(working) == 0, "the working directory is removed");
 
     struct velkor_host_ring ring;
     expect(eventually([&] { return velkor_host_ring_get(1, &ring) == 0 && ring.held == 0; }), "the ring is drained");

@@ -1,4 +1,5 @@
-// The firmware's recording control, as far as it pauses and goes on: here it only remembers what it was told.
+// The firmware's recording control: it pauses and goes on, and knows files that are still recorded. Here it only
+// remembers what it was told, and nothing is recorded.
 #include <pthread.h>
 
 #include <velkor/firmware.h>
@@ -37,6 +38,8 @@ int vk_cmd_UpgradeSetChnStat(int flag) {
     state.channels_paused = flag == 0 ? 1 : 0;
     return 0;
 }
+
+int rec_Stat(const char *path, void *record) { return vfs_Stat(path, record); }
 
 int velkor_host_recording_get(struct velkor_host_recording *out) {
     if (out == nullptr) {

@@ -33,6 +33,8 @@
 #include "support/plain_format.h"
 #include "support/platform.h"
 #include "support/racing_bytes.h"
+#include "support/remembered_second.h"
+#include "support/terminal_stream.h"
 
 namespace {
 
@@ -207,22 +209,13 @@ void close_terminal_unless_busy() {
     const velkor::OwnedStream closed(stream);
 }
 
-// A command started by the recorder has no business with the terminal, and a daemon that leads a session must not get
-// it for its controlling terminal, whose hang-up would end it.
-FILE *open_terminal_stream(const char *path) {
-    velkor::OwnedDescriptor descriptor(open(path, O_RDWR | O_NOCTTY | O_CLOEXEC));
-    FILE *const stream = descriptor ? fdopen(descriptor.get(), "r+") : nullptr;
-    if (stream != nullptr) {
-        descriptor.release();
-    }
-    return stream;
-}
+FILE *open_terminal(const char *path) { return velkor::open_terminal_stream(path, O_RDWR, "r+"); }
 
 void open_terminal_and_ring() {
     if (terminal.load(std::memory_order_relaxed) != nullptr) {
         return;
     }
-    FILE *const stream = open_terminal_stream(TERMINAL);
+    FILE *const stream = open_terminal(TERMINAL);
     if (stream == nullptr) {
         return;
     }
@@ -337,23 +330,15 @@ size_t format_stamp(char (&out)[velkor::LOG_STAMP_SIZE], time_t now) {
     return velkor::format_log_stamp(out, now);
 }
 
-// The head of a line, "[2026/11/15 10:25:17] [1234 ", changes once a second and thread. Setting another time zone
-// changes it too, within the second: hence the C library's zone variables. (Not the names of the zone: a conversion in
-// another thread clears them for a moment.)
+// The head of a line, "[2026/11/15 10:25:17] [1234 ", changes once a second and thread.
 struct Head {
-    time_t second;
-    long zone;
-    int zone_has_summer_time;
+    velkor::RememberedSecond second;
     long thread_id;  // 0: not asked for yet
-    size_t length;   // 0: nothing remembered
+    size_t length;
     char text[velkor::LOG_STAMP_SIZE + 24];
 };
 
 thread_local Head thread_head;
-
-bool is_current(const Head &head, time_t now) {
-    return head.length != 0 && head.second == now && head.zone == timezone && head.zone_has_summer_time == daylight;
-}
 
 void renew(Head &head, time_t now) {
     if (head.thread_id == 0) {
@@ -361,9 +346,7 @@ void renew(Head &head, time_t now) {
     }
     char stamp[velkor::LOG_STAMP_SIZE];
     format_stamp(stamp, now);
-    head.second = now;
-    head.zone = timezone;
-    head.zone_has_summer_time = daylight;
+    head.second.remember(now);
     head.length = static_cast<size_t>(snprintf(head.text, sizeof head.text, "%s [%ld ", stamp, head.thread_id));
 }
 
@@ -371,7 +354,7 @@ void renew(Head &head, time_t now) {
 size_t put_head(char *line, const char *module) {
     Head &head = thread_head;
     const time_t now = time(nullptr);
-    if (!is_current(head, now)) {
+    if (!head.second.is(now)) {
         renew(head, now);
     }
     memcpy(line, head.text, head.length);
@@ -553,7 +536,7 @@ FILE *console = nullptr;
 FILE *open_console_once() {
     const velkor::LockGuard guard(console_lock);
     if (console == nullptr) {
-        console = open_terminal_stream(CONSOLE);
+        console = open_terminal(CONSOLE);
     }
     return console;
 }
@@ -604,7 +587,7 @@ void restart_in_child() {
         list_version.fetch_add(1, std::memory_order_release);
     }
     thread_head.thread_id = 0;
-    thread_head.length = 0;
+    thread_head.second.forget();
 }
 
 __attribute__((constructor)) void survive_fork() {

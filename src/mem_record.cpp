@@ -25,6 +25,7 @@
 #include "support/log.h"
 #include "support/platform.h"
 #include "support/quick_hash.h"
+#include "support/released_block.h"
 
 // ---- The registry -------------------------------------------------------------------------------------------------
 
@@ -292,16 +293,8 @@ char *dvrStrdup(const char *text, const char *file, int line) {
 }
 
 int dvrFree(void *ptr) {
-    if (ptr != nullptr) {
-        // Whoever still holds a freed string reads an empty one. Volatile, because nobody reads this byte that the
-        // compiler knows of.
-        *static_cast<volatile char *>(ptr) = '\0';
-    }
-    const int result = VkMem_Free(ptr);
-    if (result >= 0) {
-        return result;
-    }
-    return VK_LOG("%s %d err _ptr = %p code = %d", "dvrFree", 238, ptr, VkMem_Error());
+    const int result = velkor::release_block(ptr);
+    return result >= 0 ? result : velkor::report_refused_block(ptr);
 }
 
 void *dvrMalloc_libc(size_t size) { return malloc(size); }

@@ -199,6 +199,20 @@ enum velkor_host_ipv6_method {
     VELKOR_HOST_IPV6_AUTOMATIC = 2   /**< learned from a router, for a time */
 };
 
+/** The configuration directory of Cfg_gConfigPath() until velkor_host_set_config_path(). */
+#define VELKOR_HOST_CONFIG_PATH "/dvrfile/"
+
+/**
+ * Choose the configuration directory; a "/" is added at its end when it is missing.
+ *
+ * @retval 0   chosen
+ * @retval -1  @p path is NULL, empty, or too long
+ */
+VELKOR_API int velkor_host_set_config_path(const char *path);
+
+/** Bytes of the user interface's status record, to which `g_ptGuiSysStatus` points at the start of a process. */
+#define VELKOR_HOST_GUI_STATUS_SIZE 2048
+
 VELKOR_END_C
 
 #endif

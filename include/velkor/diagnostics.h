@@ -21,9 +21,15 @@
  *
  *     if (vk_GetLogmanEnable())
  *         vk_printftomem(0, "encoder", 0, "%s %d channel=%d", __func__, __LINE__, channel);
+ *
+ * Beside the log there are the debug print channel, which keeps recent text in memory buffers of the callers', and the
+ * upgrade log, which survives a power cut.
  */
 #ifndef VELKOR_DIAGNOSTICS_H
 #define VELKOR_DIAGNOSTICS_H
+
+#include <pthread.h>
+#include <stdint.h>
 
 #include <velkor/api.h>
 
@@ -146,6 +152,124 @@ VELKOR_API int logman_set_filter(unsigned index, const char *text);
  * @return always 0
  */
 VELKOR_API int logman_set_invert(unsigned index, const char *text);
+
+/** @name Debug print channel
+ * Recent debug text of a process, in up to eight buffers of 64 KiB that it registers, to be read back in one piece.
+ * Tagged lines can be copied live to a pseudo-terminal.
+ *
+ *     static RtMsgBuf messages = {.lock = PTHREAD_MUTEX_INITIALIZER};
+ *     int slot = find_empty_pointer();
+ *     insert_global_pointer(slot, &messages);
+ *     g_iRtGlobalfd = slot + 1;
+ *     rt_JudgePrintEn();                                  // from now on every second or so
+ *     rt_printf(slot + 1, "disk %d is full", disk);
+ *     Rt_PrintfNoGlobalfd("alarm", "input %d closed", input);
+ *
+ * It is on while the directory "./rt_debug" exists in the process's working directory. A file "./rt_debug/mode.txt" in
+ * it restricts and redirects what Rt_PrintfNoGlobalfd() prints:
+ *
+ * | the file | tags | live copy |
+ * |---|---|---|
+ * | is absent | every tag matches | as it was |
+ * | reads `alarm disk` | those that occur in this text | as it was |
+ * | reads `/dev/pts/3:alarm` | those that occur in "alarm" | to /dev/pts/3 |
+ *
+ * Up to 128 bytes of the file are read, and only when its modification time changed. The live copy ends with the
+ * directory, or with a file that names another terminal.
+ *
+ * A line is "[2026/11/15 10:25:17 1234]" (local time, kernel thread id), the message right behind it, and its end: CR
+ * LF is added; a final LF without a CR gets one behind it (LF CR), a final CR without a LF gets one. Stamp and message
+ * are cut at 4093 characters.
+ *
+ * All functions are thread-safe. @{ */
+
+/** Bytes of a message buffer's text; the last is always 0. */
+#define VELKOR_MESSAGE_TEXT_SIZE 65536
+/** Number of message buffers of a process. */
+#define VELKOR_MESSAGE_SLOTS 8
+
+/** A message buffer. Whoever registers it owns it, clears it first, and keeps it until the process ends. */
+typedef struct RtMsgBuf {
+    pthread_mutex_t lock;   /**< guards what follows; a default mutex */
+    uint32_t flags;         /**< bit 0: has wrapped, bit 1: may wrap; through RtMsgEx_gFlag() and RtMsgEx_sFlag() */
+    int32_t write_position; /**< index of the 0 behind the newest text */
+    char text[VELKOR_MESSAGE_TEXT_SIZE]; /**< the text area */
+} RtMsgBuf;
+
+/** 1 while "./rt_debug" existed at the last rt_JudgePrintEn(). */
+extern VELKOR_API int32_t g_iRtPrintEn;
+
+/** The channel (1 to 8) of Rt_PrintfNoGlobalfd(). The process sets it. */
+extern VELKOR_API int32_t g_iRtGlobalfd;
+
+/** The first slot (0 to 7) without a buffer, or -1. The channel is the slot plus 1. */
+VELKOR_API int find_empty_pointer(void);
+
+/** Put @p buffer, or NULL, into a slot, whatever was there. A slot above 7 changes nothing. */
+VELKOR_API void insert_global_pointer(unsigned index, RtMsgBuf *buffer);
+
+/**
+ * Keep a line in a message buffer, or log it where that cannot be.
+ *
+ * A full buffer that may wrap starts again at its beginning; one that may not drops the line in silence.
+ *
+ * @param channel  1 to 8
+ * @param format   message in printf() form; NULL prints as nothing
+ * @return 0 when the channel is on and has a buffer. Else the line goes to vk_printftomem(), whose result this is; 0
+ * when the log is off, too
+ */
+VELKOR_API int rt_printf(unsigned channel, const char *format, ...) VELKOR_FORMAT(2, 3);
+
+/**
+ * Keep a line in the buffer of channel #g_iRtGlobalfd if its tag matches, and copy it live. Blocks as long as the
+ * terminal of the live copy does.
+ *
+ * @param tag     matches when it occurs in the tag text of the mode file; NULL occurs nowhere
+ * @param format  message in printf() form; NULL prints as nothing
+ * @return when nothing is kept (off, no channel, no buffer, no match): 1 if the tag matches, else 0. Else the result of
+ *         flushing the terminal, 0 without one
+ */
+VELKOR_API int Rt_PrintfNoGlobalfd(const char *tag, const char *format, ...) VELKOR_FORMAT(2, 3);
+
+/** Follow "./rt_debug" and its mode file. Call it periodically, from one thread. @return always 0 */
+VELKOR_API int rt_JudgePrintEn(void);
+
+/**
+ * Read a whole message buffer: get_msg0() that of channel 1, and so on.
+ *
+ * Of a buffer that has wrapped this is what is left of the older text, then the newest.
+ *
+ * @param out   @p size bytes; all of it is written, what is behind the text with zeros
+ * @param size  65536 or more
+ * @retval 0   read; also when there is no buffer, and @p out is untouched
+ * @retval -1  @p size is too small
+ * @retval -2  @p out is NULL (reported to the debug stream, `fpDebugFile` in firmware.h)
+ */
+VELKOR_API int get_msg0(char *out, int size);
+VELKOR_API int get_msg1(char *out, int size); /**< channel 2, see get_msg0() */
+VELKOR_API int get_msg2(char *out, int size); /**< channel 3, see get_msg0() */
+VELKOR_API int get_msg3(char *out, int size); /**< channel 4, see get_msg0() */
+VELKOR_API int get_msg4(char *out, int size); /**< channel 5, see get_msg0() */
+VELKOR_API int get_msg5(char *out, int size); /**< channel 6, see get_msg0() */
+VELKOR_API int get_msg6(char *out, int size); /**< channel 7, see get_msg0() */
+VELKOR_API int get_msg7(char *out, int size); /**< channel 8, see get_msg0() */
+/** @} */
+
+/** @name Upgrade log
+ * "log/upgrade.log" in the directory that Cfg_gConfigPath() (firmware.h) names; its path is cut at 63 characters. @{ */
+
+/**
+ * Append "[2026-1-5 9:3:7][a][b][c]" (local time, numbers without leading zeros) and a line end, and see it onto the
+ * disk. Stamp and fields are cut at 511 characters in all. Thread-safe; lines of several processes do not mix.
+ *
+ * @return not negative when the line was written; -1 when a field is NULL, the file could not be opened, or the line
+ *         not written (the last two are logged)
+ */
+VELKOR_API int upgrade_WriteLog(const char *a, const char *b, const char *c);
+
+/** Remove the upgrade log, if it is there. @return always 0 */
+VELKOR_API int upgrade_UnlinkLog(void);
+/** @} */
 
 VELKOR_END_C
 

@@ -57,9 +57,27 @@ void ThrInfo_DoRecord(const char *name, int number, void *arg);
 void ThrInfo_Clear(void);
 /** @} */
 
+/** @name Debug flags
+ * Called with the message buffer locked. @{ */
+struct RtMsgBuf;
+
+/** 1 when the bit is set in the buffer's flags, else 0. */
+int RtMsgEx_gFlag(struct RtMsgBuf *buffer, int bit);
+
+/** Set (1) or clear (0) a bit of the buffer's flags. */
+void RtMsgEx_sFlag(struct RtMsgBuf *buffer, int bit, int value);
+/** @} */
+
 /** @name Debug stream
  * Where failed argument checks are reported; NULL = nowhere. @{ */
 extern FILE *fpDebugFile;
+/** @} */
+
+/** @name Configuration directory
+ * @{ */
+
+/** The configuration directory, with a "/" at its end. It stays valid. */
+const char *Cfg_gConfigPath(void);
 /** @} */
 
 /** @name Network configuration
@@ -277,6 +295,50 @@ int UTF8ToGB2312(const char *in, char *out, int size);
 
 /** The state of the factory test. The library hands its caller's arguments on as they are. */
 int vk_cmd_gAutoTestState(uintptr_t first, uintptr_t second, uintptr_t third, uintptr_t fourth);
+/** @} */
+
+/** @name File layer
+ * What a copy reads and writes through. Numbers are the layer's own on every platform: flags are 0x1 to write (else to
+ * read), 0x40 to create, 0x200 to empty, 0x10000 to go past the page cache. Results are as those of the system's calls:
+ * negative on failure, with `errno` set.
+ *
+ * A status record has 160 bytes and is cleared before each call: at byte 48 the file's size (64 bits), at bytes 104,
+ * 120 and 128 three words that go into a destination record as they are. Such a record has 96 bytes: at bytes 0, 4 and
+ * 16 the words from 104, 128 and 120, at byte 8 the number 2, at byte 24 the destination's first 22 characters, at byte
+ * 88 the text "sdv". What these words mean is between the layer and itself. @{ */
+
+/** Examine a file. */
+int vfs_Stat(const char *path, void *record);
+
+/** The same in the recorder's view: a file that is still being recorded. Asked first. */
+int rec_Stat(const char *path, void *record);
+
+/** Open a file; @p record is a destination record, or NULL. Refuses 0x10000 where there is no such way. */
+int vfs_Open(void *record, const char *path, int flags);
+
+/** read(). */
+int vfs_Read(int fd, void *buffer, int length);
+
+/** write(). */
+int vfs_Write(int fd, const void *buffer, int length);
+
+/** Only command 4 is used, which sets the status flags to @p value: what matters is that 0x10000 is no longer set. */
+int vfs_fcntl(int fd, int command, int value);
+
+/** fsync(). */
+int vfs_fsync(int fd);
+
+/** close(). */
+int vfs_Close(int fd);
+
+/** unlink(). */
+int vfs_Unlink(const char *path);
+/** @} */
+
+/** @name User interface
+ * The status record that the user interface publishes, perhaps in memory shared with its process; NULL = absent. The
+ * library reads and writes one little-endian 32-bit word of it, at bytes 1523 to 1526: 256 asks to cancel a copy. @{ */
+extern unsigned char *g_ptGuiSysStatus;
 /** @} */
 
 VELKOR_END_C

@@ -26,6 +26,9 @@ CLI::Option *add_json(CLI::App &command, bool &json, const std::string &descript
 
 // The families; each adds its sub-commands to `velkor`.
 void add_calendar(CLI::App &velkor, Run &chosen);
+void add_copy(CLI::App &velkor, Run &chosen);
+void add_debug(CLI::App &velkor, Run &chosen);
+void add_files(CLI::App &velkor, Run &chosen);
 void add_ini(CLI::App &velkor, Run &chosen);
 void add_log(CLI::App &velkor, Run &chosen);
 void add_net(CLI::App &velkor, Run &chosen);
@@ -33,6 +36,7 @@ void add_run(CLI::App &velkor, Run &chosen);
 void add_sha1(CLI::App &velkor, Run &chosen);
 void add_sys(CLI::App &velkor, Run &chosen);
 void add_text(CLI::App &velkor, Run &chosen);
+void add_upgrade_log(CLI::App &velkor, Run &chosen);
 void add_zone(CLI::App &velkor, Run &chosen);
 
 }  // namespace tool

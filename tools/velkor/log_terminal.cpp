@@ -19,6 +19,7 @@
 #include <fstream>
 
 #include "exit_status.h"
+#include "pseudo_terminal.h"
 
 namespace tool::log {
 
@@ -165,25 +166,6 @@ void link_terminal(const std::string &path) {
         unlink(beside.c_str());
         fail_call(std::string("link ") + TERMINAL, code);
     }
-}
-
-Descriptor open_pseudo_terminal(std::string &path) {
-    Descriptor master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
-    std::array<char, 64> name = {};
-    if (!master || grantpt(master.get()) != 0 || unlockpt(master.get()) != 0 ||
-        ptsname_r(master.get(), name.data(), name.size()) != 0) {
-        fail_call("make a pseudo-terminal");
-    }
-    path = name.data();
-    struct termios settings = {};
-    if (tcgetattr(master.get(), &settings) != 0) {
-        fail_call("set up " + path);
-    }
-    cfmakeraw(&settings);  // no CR before LF, no echo
-    if (tcsetattr(master.get(), TCSANOW, &settings) != 0) {
-        fail_call("set up " + path);
-    }
-    return master;
 }
 
 // In the keeper. It ends by SIGHUP when the last descriptor of the master side is closed, whatever way that happens.

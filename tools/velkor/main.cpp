@@ -43,6 +43,9 @@ int run(int argc, char **argv) {
     velkor.require_subcommand(1);
     tool::Run chosen;
     tool::add_calendar(velkor, chosen);
+    tool::add_copy(velkor, chosen);
+    tool::add_debug(velkor, chosen);
+    tool::add_files(velkor, chosen);
     tool::add_ini(velkor, chosen);
     tool::add_log(velkor, chosen);
     tool::add_net(velkor, chosen);
@@ -50,6 +53,7 @@ int run(int argc, char **argv) {
     tool::add_sha1(velkor, chosen);
     tool::add_sys(velkor, chosen);
     tool::add_text(velkor, chosen);
+    tool::add_upgrade_log(velkor, chosen);
     tool::add_zone(velkor, chosen);
     try {
         velkor.parse(argc, argv);

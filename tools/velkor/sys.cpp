@@ -11,6 +11,7 @@
 #include "command_runner.h"
 #include "exit_status.h"
 #include "output.h"
+#include "sys_commands.h"
 
 namespace tool::sys {
 
@@ -165,8 +166,8 @@ void add_swap(CLI::App &sys, Run &chosen) {
 }  // namespace tool::sys
 
 void tool::add_sys(CLI::App &velkor, Run &chosen) {
-    CLI::App &family = *velkor.add_subcommand("sys", "Running tasks, swap");
-    family.require_subcommand(1);
+    CLI::App &family = *velkor.add_subcommand("sys", "Processor, memory and flash; running tasks, swap");
+    sys::add_statistics(family, chosen);
     sys::add_tasks(family, chosen);
     sys::add_swap(family, chosen);
 }
