@@ -4,6 +4,7 @@ option(VELKOR_STRICT "Warnings are errors (for the project's own builds)" OFF)
 option(VELKOR_PROGRAMS "Build the command-line tool and the examples; the tests need them" ON)
 option(VELKOR_BENCH "Build the benchmarks" OFF)
 option(VELKOR_FUZZ "Build the fuzzers" OFF)
+option(VELKOR_MAN "Make and install the manual pages; needs Doxygen and Python 3" OFF)
 option(VELKOR_WHOLE_TOOL "Compile the command-line tool as one unit: quicker from nothing, slower after an edit" OFF)
 set(VELKOR_SANITIZE "" CACHE STRING "Sanitizers to build with, for example address,undefined")
 
