@@ -16,12 +16,14 @@
 
 #include "iniparser_line.h"
 #include "support/dictionary_arrays.h"
+#include "support/head_of.h"
 #include "support/lock_guard.h"
 #include "support/number_text.h"
 #include "support/owners.h"
 #include "support/platform.h"
 
 using std::string_view;
+using velkor::head_of;
 using velkor::ini::FIELD_LENGTH;
 using velkor::ini::without_leading_white;
 using velkor::ini::without_trailing_white;
@@ -140,7 +142,7 @@ public:
     explicit BoundedText(string_view text) { append(text); }
 
     void append(string_view piece) {
-        piece = piece.substr(0, SIZE - 1 - length_);
+        piece = head_of(piece, SIZE - 1 - length_);
         std::copy(piece.begin(), piece.end(), text_ + length_);
         length_ += piece.size();
         text_[length_] = '\0';
@@ -286,12 +288,12 @@ public:
 
     // Answers an empty piece at the end of the file. The piece is valid until the next call.
     string_view next() {
-        size_t newline = unread().substr(0, PIECE_LENGTH).find('\n');
+        size_t newline = head_of(unread(), PIECE_LENGTH).find('\n');
         if (newline == string_view::npos) {
             fill(PIECE_LENGTH);
-            newline = unread().substr(0, PIECE_LENGTH).find('\n');
+            newline = head_of(unread(), PIECE_LENGTH).find('\n');
         }
-        const string_view piece = unread().substr(0, std::min(newline, PIECE_LENGTH - 1) + 1);
+        const string_view piece = head_of(unread(), std::min(newline, PIECE_LENGTH - 1) + 1);
         begin_ += piece.size();
         return piece;
     }
@@ -390,7 +392,7 @@ bool load_lines(int file, dictionary &d) {
     pieces.skip_byte_order_mark();
     Loader loader(d);
     for (string_view piece; !(piece = pieces.next()).empty();) {
-        if (!loader.take_line(piece.substr(0, piece.find('\0')))) {
+        if (!loader.take_line(head_of(piece, piece.find('\0')))) {
             return false;
         }
     }
