@@ -281,7 +281,7 @@ public:
     void skip_byte_order_mark() {
         constexpr string_view MARK = "\xEF\xBB\xBF";
         fill(MARK.size());
-        if (unread().starts_with(MARK)) {
+        if (head_of(unread(), MARK.size()) == MARK) {
             begin_ += MARK.size();
         }
     }
