@@ -4,6 +4,8 @@
 
 #include "support/place.h"
 
+#ifdef VELKOR_COVERAGE
+
 // GCC's: write the counts of this process down, and begin again.
 extern "C" {
 void __gcov_dump();
@@ -34,3 +36,5 @@ void coverage::write_down(pid_t process) {
         return is_child ? end.si_pid == process : kill(process, 0) != 0;
     });
 }
+
+#endif
