@@ -4,7 +4,9 @@ option(VELKOR_STRICT "Warnings are errors (for the project's own builds)" OFF)
 option(VELKOR_PROGRAMS "Build the command-line tool and the examples; the tests need them" ON)
 option(VELKOR_BENCH "Build the benchmarks" OFF)
 option(VELKOR_FUZZ "Build the fuzzers" OFF)
+option(VELKOR_MAN "Make and install the manual pages; needs Doxygen and Python 3" OFF)
 option(VELKOR_WHOLE_TOOL "Compile the command-line tool as one unit: quicker from nothing, slower after an edit" OFF)
+option(VELKOR_COVERAGE "Count how often each line of src/ runs (GCC)" OFF)
 set(VELKOR_SANITIZE "" CACHE STRING "Sanitizers to build with, for example address,undefined")
 
 # GCC's C driver would otherwise be handed the C++ library for every target that holds C++ code.
@@ -42,6 +44,15 @@ endif()
 # ThreadSanitizer does not see what a fence orders. Here fences stand between atomics only, where it has nothing to say.
 if(VELKOR_SANITIZE MATCHES thread)
   target_compile_options(velkor-sanitizers INTERFACE -Wno-tsan)
+endif()
+
+# Counted are the lines of src/ alone. Counters of a process are written at its end, so the compiler must not put in calls
+# that write and clear them before a fork or an exec: the child of vfork() has its parent's counters.
+add_library(velkor-coverage INTERFACE)
+if(VELKOR_COVERAGE)
+  target_compile_options(velkor-coverage INTERFACE
+    --coverage -fprofile-abs-path -fprofile-update=atomic -fno-builtin-fork -fno-builtin-execl)
+  target_link_options(velkor-coverage INTERFACE --coverage)
 endif()
 
 # Code for the recorder: no exceptions, no run-time types, no C++ library at run time, 64-bit file sizes.

@@ -20,8 +20,10 @@
 #include "support/number_text.h"
 #include "support/owners.h"
 #include "support/platform.h"
+#include "support/text_head.h"
 
 using std::string_view;
+using velkor::text_head;
 using velkor::ini::FIELD_LENGTH;
 using velkor::ini::without_leading_white;
 using velkor::ini::without_trailing_white;
@@ -140,7 +142,7 @@ public:
     explicit BoundedText(string_view text) { append(text); }
 
     void append(string_view piece) {
-        piece = piece.substr(0, SIZE - 1 - length_);
+        piece = text_head(piece, SIZE - 1 - length_);
         std::copy(piece.begin(), piece.end(), text_ + length_);
         length_ += piece.size();
         text_[length_] = '\0';
@@ -279,19 +281,19 @@ public:
     void skip_byte_order_mark() {
         constexpr string_view MARK = "\xEF\xBB\xBF";
         fill(MARK.size());
-        if (unread().starts_with(MARK)) {
+        if (text_head(unread(), MARK.size()) == MARK) {
             begin_ += MARK.size();
         }
     }
 
     // Answers an empty piece at the end of the file. The piece is valid until the next call.
     string_view next() {
-        size_t newline = unread().substr(0, PIECE_LENGTH).find('\n');
+        size_t newline = text_head(unread(), PIECE_LENGTH).find('\n');
         if (newline == string_view::npos) {
             fill(PIECE_LENGTH);
-            newline = unread().substr(0, PIECE_LENGTH).find('\n');
+            newline = text_head(unread(), PIECE_LENGTH).find('\n');
         }
-        const string_view piece = unread().substr(0, std::min(newline, PIECE_LENGTH - 1) + 1);
+        const string_view piece = text_head(unread(), std::min(newline, PIECE_LENGTH - 1) + 1);
         begin_ += piece.size();
         return piece;
     }
@@ -390,7 +392,7 @@ bool load_lines(int file, dictionary &d) {
     pieces.skip_byte_order_mark();
     Loader loader(d);
     for (string_view piece; !(piece = pieces.next()).empty();) {
-        if (!loader.take_line(piece.substr(0, piece.find('\0')))) {
+        if (!loader.take_line(text_head(piece, piece.find('\0')))) {
             return false;
         }
     }

@@ -9,8 +9,10 @@
 
 #include "support/dictionary_arrays.h"
 #include "support/quick_hash.h"
+#include "support/text_head.h"
 
 using std::string_view;
+using velkor::text_head;
 
 // ---- Output -------------------------------------------------------------------------------------------------------
 
@@ -31,7 +33,7 @@ public:
             if (used_ == sizeof buffer_) {
                 pass_on();
             }
-            const string_view piece = text.substr(0, sizeof buffer_ - used_);
+            const string_view piece = text_head(text, sizeof buffer_ - used_);
             memcpy(buffer_ + used_, piece.data(), piece.size());
             used_ += piece.size();
             text.remove_prefix(piece.size());
@@ -63,7 +65,7 @@ private:
 void put_padded(Output &out, string_view text) {
     constexpr string_view PADDING = "  ";
     out.put(text);
-    out.put(PADDING.substr(0, PADDING.size() - std::min(text.size(), PADDING.size())));
+    out.put(text_head(PADDING, PADDING.size() - std::min(text.size(), PADDING.size())));
 }
 
 void put_setting(Output &out, string_view key, string_view value) {
@@ -172,7 +174,7 @@ private:
 // ---- Settings ----
 
 // The section's name is all before the first ':', since a section's own name holds none.
-string_view section_part(string_view key) { return key.substr(0, key.find(':')); }
+string_view section_part(string_view key) { return text_head(key, key.find(':')); }
 
 class Settings {
 public:

@@ -21,6 +21,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "support/text_head.h"
+
 namespace velkor::ini {
 
 inline constexpr size_t FIELD_LENGTH = 512;
@@ -101,7 +103,7 @@ private:
     constexpr void skip_white() { rest_ = without_leading_white(rest_); }
 
     constexpr std::string_view take_until(char stop) {
-        const std::string_view taken = rest_.substr(0, std::min(rest_.find(stop), FIELD_LENGTH));
+        const std::string_view taken = text_head(rest_, std::min(rest_.find(stop), FIELD_LENGTH));
         rest_.remove_prefix(taken.size());
         return taken;
     }

@@ -139,7 +139,7 @@ VELKOR_API void velkor_host_thread_report(FILE *out);
  */
 VELKOR_API int velkor_host_daylight_load(void);
 
-/** What Cfg_GetCalenderEnable() answers from now on; 0 at the start of a process. */
+/** @p enable is what Cfg_GetCalenderEnable() answers from now on; 0 at the start of a process. */
 VELKOR_API void velkor_host_set_calendar(int enable);
 
 /**
@@ -151,7 +151,7 @@ VELKOR_API void velkor_host_set_calendar(int enable);
  */
 VELKOR_API int velkor_host_follow_zone_file(void);
 
-/** Who is logged in from now on; NULL or an empty name: nobody, as at the start of a process. */
+/** @p name is logged in from now on; NULL or an empty name: nobody, as at the start of a process. */
 VELKOR_API void velkor_host_set_user(const char *name);
 
 /** Where log_Write() appends its entries: "[stamp] handle major minor code text", a line each. */
@@ -184,7 +184,7 @@ enum velkor_host_text_error {
 /* After BAD_SEQUENCE and NO_ROOM the whole characters before the fault are there, terminated. */
 
 /**
- * What vk_cmd_gAutoTestState() is to answer in this process from now on, whatever it is asked; 0 at the start.
+ * @p state is what vk_cmd_gAutoTestState() answers in this process from now on, whatever it is asked; 0 at the start.
  */
 VELKOR_API void velkor_host_factory_test_set(int state);
 

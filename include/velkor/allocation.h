@@ -51,7 +51,7 @@ VELKOR_API int dvrRegMem(const char *name, unsigned parameter);
 VELKOR_API void *dvrMalloc(size_t size, const char *file, int line);
 
 /**
- * Change the size of a block, in the pool of @p file. As dvrMalloc() for NULL; the old block stays valid on
+ * Change the size of a block, in the pool of @p file. As dvrMalloc() when @p ptr is NULL; the old block stays valid on
  * failure.
  */
 VELKOR_API void *dvrRealloc(void *ptr, size_t size, const char *file, int line);
@@ -71,10 +71,10 @@ VELKOR_API char *dvrStrdup(const char *text, const char *file, int line);
  */
 VELKOR_API int dvrFree(void *ptr);
 
-/** malloc(), past the service. */
+/** malloc() of @p size bytes, past the service. */
 VELKOR_API void *dvrMalloc_libc(size_t size);
 
-/** free(), past the service. */
+/** free() of @p ptr, past the service. */
 VELKOR_API void dvrFree_libc(void *ptr);
 
 /**

@@ -18,7 +18,9 @@
 #define VELKOR_BEGIN_C extern "C" {
 #define VELKOR_END_C }
 #else
+/** Declarations of C begin: in C++ what follows is linked as C. */
 #define VELKOR_BEGIN_C
+/** Declarations of C end. */
 #define VELKOR_END_C
 #endif
 

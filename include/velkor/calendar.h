@@ -167,10 +167,13 @@ VELKOR_API int leap_gregorian(int year);
 /** The same as leap_gregorian(). */
 VELKOR_API int MiladiIsLeap(int year);
 
-/** Julian day of a Gregorian date, at 0:00: 2451544.5 for 1 January 2000. Exact for years from 1 on. */
+/**
+ * Julian day of the Gregorian date @p year, @p month, @p day at 0:00: 2451544.5 for 1 January 2000. Exact for years
+ * from 1 on.
+ */
 VELKOR_API double gregorian_to_jd(int year, int month, int day);
 
-/** Gregorian date of a Julian day. Exact for years from 1 on. */
+/** Gregorian date of the Julian day @p jd, into @p out. Exact for years from 1 on. */
 VELKOR_API void jd_to_gregorian(velkor_date *out, double jd);
 
 /**
@@ -194,16 +197,19 @@ VELKOR_API double tehran_equinox_jd(int year);
  */
 VELKOR_API void persiana_year(double *year, double *equinox, double jd);
 
-/** Julian day of the noon before a Persian date. Months and days out of range are counted on. */
+/**
+ * Julian day of the noon before the Persian date @p year, @p month, @p day. Months and days out of range are counted
+ * on.
+ */
 VELKOR_API double persiana_to_jd(double year, double month, double day);
 
 /**
- * Persian date of a Julian day from midnight (.5) up to noon. From noon on it is the next day's date, because whole
- * Julian days begin then.
+ * Persian date of the Julian day @p jd, from midnight (.5) up to noon, into @p out. From noon on it is the next day's
+ * date, because whole Julian days begin then.
  */
 VELKOR_API void jd_to_persiana(velkor_date *out, double jd);
 
-/** Julian day of a Persian date, at 0:00. */
+/** Julian day of the Persian date @p year, @p month, @p day at 0:00. */
 VELKOR_API double persian_to_jd(int year, int month, int day);
 
 /** The same as jd_to_persiana(). */
@@ -215,10 +221,13 @@ VELKOR_API int leap_persiana(int year);
 /** The same as leap_persiana(). */
 VELKOR_API int leap_persian(int year);
 
-/** Gregorian date to Persian date. */
+/** The Gregorian date @p year, @p month, @p day as a Persian date, into @p out. */
 VELKOR_API void MiladiToShamsi(velkor_date *out, int year, int month, int day);
 
-/** Persian date to Gregorian date. A negative month counts back from the end of the year before. */
+/**
+ * The Persian date @p year, @p month, @p day as a Gregorian date, into @p out. A negative month counts back from the
+ * end of the year before.
+ */
 VELKOR_API void ShamsiToMiladi(velkor_date *out, int year, int month, int day);
 
 /**
@@ -258,7 +267,7 @@ VELKOR_API int conversionDate(int type, int year, int month, int day, velkor_dat
  */
 VELKOR_API int getWeekByDate(int type, int year, int month, int day, int *out);
 
-/** Days in a Persian month: 31 up to month 6, 30 up to 11, and 30 or 29 in month 12. */
+/** Days in month @p month of the Persian @p year (31 up to month 6, 30 up to 11, and 30 or 29 in month 12). */
 VELKOR_API int GuiGetShamsiMaxDaysForMon(int year, int month);
 
 /** A week day by its number in a month, as daylight rules have it. */
@@ -446,36 +455,36 @@ VELKOR_API int getTimeByDSTParam(const velkor_persian_rule *rule, time_t *out);
  * Jean Meeus, Astronomical Algorithms, 2nd edition. Angles are degrees, instants Julian days, unless said otherwise. @{
  */
 
-/** Arc seconds to radians. */
+/** @p arc_seconds in radians. */
 VELKOR_API double astor(double arc_seconds);
 
-/** Degrees to radians. */
+/** @p degrees in radians. */
 VELKOR_API double dtr(double degrees);
 
-/** Radians to degrees. */
+/** @p radians in degrees. */
 VELKOR_API double rtd(double radians);
 
-/** An angle reduced to 0 up to 360 degrees. */
+/** An angle of @p degrees reduced to 0 up to 360. */
 VELKOR_API double fixangle(double degrees);
 
-/** An angle reduced to 0 up to 2 pi radians. */
+/** An angle of @p radians reduced to 0 up to 2 pi. */
 VELKOR_API double fixangr(double radians);
 
-/** Sine of an angle in degrees. */
+/** Sine of an angle of @p degrees. */
 VELKOR_API double dsin(double degrees);
 
-/** Cosine of an angle in degrees. */
+/** Cosine of an angle of @p degrees. */
 VELKOR_API double dcos(double degrees);
 
-/** Remainder with the sign of @p b: mod(-1, 7) is 6. Not a number for @p b = 0. */
+/** Remainder of @p a by @p b, with the sign of @p b: mod(-1, 7) is 6. Not a number for @p b = 0. */
 VELKOR_API double mod(double a, double b);
 
-/** Remainder from 1 to @p b: amod(7, 7) is 7. */
+/** Remainder of @p a by @p b, from 1 to @p b: amod(7, 7) is 7. */
 VELKOR_API double amod(double a, double b);
 
 /**
- * Mean obliquity of the ecliptic by Laskar's polynomial (chapter 22). More than 10000 years from 2000 it is the
- * obliquity of 2000.
+ * Mean obliquity of the ecliptic at the instant @p jd by Laskar's polynomial (chapter 22). More than 10000 years from
+ * 2000 it is the obliquity of 2000.
  */
 VELKOR_API double obliqeq(double jd);
 
@@ -499,7 +508,10 @@ VELKOR_API void nutation(double jd, double *longitude, double *obliquity);
  */
 VELKOR_API void ecliptoeq(double jd, double longitude, double latitude, double *right_ascension, double *declination);
 
-/** Dynamical time minus universal time in seconds: a table for 1620 to 2000, polynomials elsewhere (chapter 10). */
+/**
+ * Dynamical time minus universal time in @p year, in seconds: a table for 1620 to 2000, polynomials elsewhere
+ * (chapter 10).
+ */
 VELKOR_API double deltat(int year);
 
 /** Number of values that sunpos() writes. */
@@ -516,8 +528,8 @@ VELKOR_API double deltat(int year);
 VELKOR_API void sunpos(double jd, double out[VELKOR_SUNPOS_VALUES]);
 
 /**
- * Equation of time as the Persian calendar of this recorder has it, in days (chapter 28, reduced in a way of
- * its own): near the March equinox some 25 minutes more than apparent minus mean time.
+ * Equation of time at the instant @p jd as the Persian calendar of this recorder has it, in days (chapter 28, reduced
+ * in a way of its own): near the March equinox some 25 minutes more than apparent minus mean time.
  */
 VELKOR_API double equationOfTime(double jd);
 

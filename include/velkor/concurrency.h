@@ -38,6 +38,7 @@ VELKOR_API int __pthread_create(pthread_t *thread, const pthread_attr_t *attribu
                                 void *argument);
 
 #ifdef PTHREAD_RWLOCK_INITIALIZER
+/** A reader-writer lock. */
 typedef pthread_rwlock_t velkor_rwlock;
 #else
 typedef void velkor_rwlock; /* strict ISO C hides the type; a pointer to the lock can still be handed on */
@@ -317,6 +318,7 @@ VELKOR_API int CreateThreadInPool(pthread_t *out, void *(*func)(void *), void *a
  * Not thread-safe. Memory comes from malloc(). All functions answer -1 when the list or the text is NULL, and those
  * that need memory when there is none; the list is then as it was. @{ */
 
+/** A list, see below. */
 typedef struct sList sList;
 
 /** A list. The caller owns the record; the strings and the array are the list's. */
@@ -332,10 +334,10 @@ struct sList {
     int (*IndexOf)(const sList *list, const char *);   /**< sList_IndexOf() */
 };
 
-/** Make an empty list of a record, whatever the record held. Answers 0. */
+/** Make an empty list of the record @p list, whatever it held. Answers 0. */
 VELKOR_API int sList_Init(sList *list);
 
-/** Append a copy of @p text. Answers 0. */
+/** Append a copy of @p text to @p list. Answers 0. */
 VELKOR_API int sList_Add(sList *list, const char *text);
 
 /**
@@ -360,13 +362,13 @@ VELKOR_API int sList_Insert(sList *list, const char *text, int index);
  */
 VELKOR_API int sList_Delete(sList *list, int index);
 
-/** The index of the first string that equals @p text, or -1. */
+/** The index of the first string of @p list that equals @p text, or -1. */
 VELKOR_API int sList_IndexOf(const sList *list, const char *text);
 
-/** Free every string. The list is empty then and can be used on. Answers 0. */
+/** Free every string of @p list. It is empty then and can be used on. Answers 0. */
 VELKOR_API int sList_Clear(sList *list);
 
-/** sList_Clear(), and free the array. Answers 0. The list may be filled again all the same. */
+/** sList_Clear() of @p list, and free its array. Answers 0. The list may be filled again all the same. */
 VELKOR_API int sList_Destroy(sList *list);
 /** @} */
 

@@ -62,6 +62,7 @@ struct dictionary {
     uint8_t *comment_kinds;    /**< COMMENT_LINE to COMMENT_BLANK; 0 marks a free slot */
 };
 #ifndef __cplusplus
+/** The store by its short name, which C++ knows without this. */
 typedef struct dictionary dictionary;
 #endif
 
@@ -90,7 +91,7 @@ VELKOR_API void *mem_double(void *block, size_t length);
  */
 VELKOR_API dictionary *dictionary_new(int size);
 
-/** Release a dictionary and all that it owns. NULL does nothing. */
+/** Release the dictionary @p d and all that it owns. NULL does nothing. */
 VELKOR_API void dictionary_del(dictionary *d);
 
 /**
@@ -105,7 +106,7 @@ VELKOR_API void dictionary_del(dictionary *d);
 VELKOR_API char *dictionary_get(const dictionary *d, const char *key, const char *def);
 
 /**
- * The first character of a value, or @p def when there is no such key.
+ * The first character of the value that dictionary_get() finds, or @p def when there is no such key.
  *
  * An entry without value must not be asked for. Callers that do get the default here, and have crashed elsewhere; the
  * same holds for dictionary_getint() and dictionary_getdouble().
@@ -113,17 +114,20 @@ VELKOR_API char *dictionary_get(const dictionary *d, const char *key, const char
 VELKOR_API unsigned char dictionary_getchar(const dictionary *d, const char *key, unsigned char def);
 
 /**
- * A value as atoi() reads it (0 for "abc", 12 for "12abc"; beyond 32 bits the nearest number that fits), or @p def
- * when there is no such key.
+ * The value that dictionary_get() finds as atoi() reads it (0 for "abc", 12 for "12abc"; beyond 32 bits the nearest
+ * number that fits), or @p def when there is no such key.
  */
 VELKOR_API int dictionary_getint(const dictionary *d, const char *key, int def);
 
-/** A value as atof() reads it, or @p def when there is no such key. */
+/** The value that dictionary_get() finds as atof() reads it, or @p def when there is no such key. */
 VELKOR_API double dictionary_getdouble(const dictionary *d, const char *key, double def);
 
 /**
  * Change the value of an entry that exists. @p value may point into the entry itself.
  *
+ * @param d      the dictionary
+ * @param key    the entry's key
+ * @param value  copied
  * @retval 0     changed
  * @retval 1000  it was equal already: nothing changed
  * @retval -1    an argument is NULL, there is no such key, or no memory: nothing changed
@@ -152,7 +156,7 @@ VELKOR_API int dictionary_add(dictionary *d, const char *key, const char *value)
  */
 VELKOR_API int dictionary_modify(dictionary *d, const char *key, const char *value);
 
-/** Remove an entry; its slot is free then. Does nothing when there is none, or an argument is NULL. */
+/** Remove the entry @p key of @p d; its slot is free then. Does nothing when there is none, or an argument is NULL. */
 VELKOR_API void dictionary_unset(dictionary *d, const char *key);
 
 /** dictionary_set() with a number as "%d" prints it. Like it, changes only an entry that exists. */
@@ -162,7 +166,8 @@ VELKOR_API int dictionary_setint(dictionary *d, const char *key, int value);
 VELKOR_API int dictionary_setdouble(dictionary *d, const char *key, double value);
 
 /**
- * Print every entry as a line: the key, right-aligned in 20 columns, a tab, the value in brackets or "[UNDEF]".
+ * Print every entry of @p d to @p out as a line: the key, right-aligned in 20 columns, a tab, the value in brackets or
+ * "[UNDEF]".
  * "empty dictionary" when there is none. Does nothing when an argument is NULL.
  */
 VELKOR_API void dictionary_dump(const dictionary *d, FILE *out);
@@ -173,19 +178,19 @@ VELKOR_API void dictionary_dump(const dictionary *d, FILE *out);
  * holds until the next call of the same helper from any thread, and a helper's own result makes an empty text. Not
  * thread-safe. NULL gives NULL. White space is space, tab, newline, vertical tab, form feed and carriage return. @{ */
 
-/** The first 1024 characters in lower case. */
+/** The first 1024 characters of @p text in lower case. */
 VELKOR_API char *strlwc(const char *text);
 
-/** The first 1024 characters in upper case. */
+/** The first 1024 characters of @p text in upper case. */
 VELKOR_API char *strupc(const char *text);
 
 /** The first character that is no white space, or the terminator: a pointer into @p text. Reentrant, no buffer. */
 VELKOR_API char *strskp(const char *text);
 
-/** The first 1024 characters without white space at their end. */
+/** The first 1024 characters of @p text without white space at their end. */
 VELKOR_API char *strcrop(const char *text);
 
-/** The text without white space at both ends: 1024 characters from its first one that is none. */
+/** @p text without white space at both ends: 1024 characters from its first one that is none. */
 VELKOR_API char *strstrip(const char *text);
 /** @} */
 
@@ -219,7 +224,7 @@ VELKOR_API char *strstrip(const char *text);
  */
 VELKOR_API dictionary *iniparser_load(const char *path);
 
-/** dictionary_del(). */
+/** dictionary_del() of @p d. */
 VELKOR_API void iniparser_freedict(dictionary *d);
 
 /**
@@ -257,38 +262,41 @@ VELKOR_API char *iniparser_getstring(const dictionary *d, const char *key, const
 VELKOR_API char *iniparser_getstr(const dictionary *d, const char *key);
 
 /**
- * A value as atoi() reads it, or @p def when there is no such key.
+ * The value that iniparser_getstring() finds as atoi() reads it, or @p def when there is no such key.
  *
  * A section has no value and must not be asked for. Callers that do get the default here, and have crashed elsewhere;
  * the same holds for iniparser_getdouble() and iniparser_getboolean().
  */
 VELKOR_API int iniparser_getint(const dictionary *d, const char *key, int def);
 
-/** A value as atof() reads it, or @p def when there is no such key. */
+/** The value that iniparser_getstring() finds as atof() reads it, or @p def when there is no such key. */
 VELKOR_API double iniparser_getdouble(const dictionary *d, const char *key, double def);
 
 /**
- * A value as yes or no, by its first character: y, Y, t, T, 1 give 1; n, N, f, F, 0 give 0; anything else ("on",
- * an empty value, no such key) gives @p def.
+ * The value that iniparser_getstring() finds as yes or no, by its first character: y, Y, t, T, 1 give 1; n, N, f, F, 0
+ * give 0; anything else ("on", an empty value, no such key) gives @p def.
  */
 VELKOR_API int iniparser_getboolean(const dictionary *d, const char *key, int def);
 
-/** 1 when there is such a section or setting, else 0. */
+/** 1 when @p d has a section or setting @p key, else 0. */
 VELKOR_API int iniparser_find_entry(const dictionary *d, const char *key);
 
 /**
  * Change a setting that exists. @p value may point into the setting itself.
  *
+ * @param d      the dictionary
+ * @param key    the setting, in any case
+ * @param value  copied
  * @retval 0     changed
  * @retval 1000  it was equal already
  * @retval 1     there is no such setting, an argument is NULL, or no memory: nothing changed
  */
 VELKOR_API int iniparser_setstr(dictionary *d, const char *key, const char *value);
 
-/** Remove a setting, or a section's own entry (its settings stay). Does nothing when there is none. */
+/** Remove the setting @p key of @p d, or a section's own entry (its settings stay). Does nothing when there is none. */
 VELKOR_API void iniparser_unset(dictionary *d, const char *key);
 
-/** Number of sections: of entries whose key holds no ':'. -1 for NULL. */
+/** Number of sections of @p d (of entries whose key holds no ':'). -1 for NULL. */
 VELKOR_API int iniparser_getnsec(const dictionary *d);
 
 /**
@@ -300,7 +308,7 @@ VELKOR_API int iniparser_getnsec(const dictionary *d);
  */
 VELKOR_API char *iniparser_getsecname(const dictionary *d, int index);
 
-/** Print every entry as "[key]=[value]" or "[key]=UNDEF". Does nothing when an argument is NULL. */
+/** Print every entry of @p d to @p out as "[key]=[value]" or "[key]=UNDEF". Does nothing when an argument is NULL. */
 VELKOR_API void iniparser_dump(const dictionary *d, FILE *out);
 
 /**
@@ -320,10 +328,10 @@ VELKOR_API void iniparser_dump(const dictionary *d, FILE *out);
  */
 VELKOR_API void iniparser_dump_ini(const dictionary *d, FILE *out);
 
-/* Any arguments: C++ and C from 2023 on say it in this way, older C by saying nothing. */
 #if defined __cplusplus || (defined __STDC_VERSION__ && __STDC_VERSION__ >= 202311L)
 #define VELKOR_ANY_ARGUMENTS ...
 #else
+/** Any arguments: C++ and C from 2023 on say so by three dots, older C by saying nothing. */
 #define VELKOR_ANY_ARGUMENTS
 #endif
 

@@ -205,7 +205,7 @@ extern VELKOR_API int32_t g_iRtGlobalfd;
 /** The first slot (0 to 7) without a buffer, or -1. The channel is the slot plus 1. */
 VELKOR_API int find_empty_pointer(void);
 
-/** Put @p buffer, or NULL, into a slot, whatever was there. A slot above 7 changes nothing. */
+/** Put @p buffer, or NULL, into slot @p index, whatever was there. A slot above 7 changes nothing. */
 VELKOR_API void insert_global_pointer(unsigned index, RtMsgBuf *buffer);
 
 /**
@@ -259,8 +259,9 @@ VELKOR_API int get_msg7(char *out, int size); /**< channel 8, see get_msg0() */
  * "log/upgrade.log" in the directory that Cfg_gConfigPath() (firmware.h) names; its path is cut at 63 characters. @{ */
 
 /**
- * Append "[2026-1-5 9:3:7][a][b][c]" (local time, numbers without leading zeros) and a line end, and see it onto the
- * disk. Stamp and fields are cut at 511 characters in all. Thread-safe; lines of several processes do not mix.
+ * Append @p a, @p b and @p c as "[2026-1-5 9:3:7][a][b][c]" (local time, numbers without leading zeros) and a line end,
+ * and see it onto the disk. Stamp and fields are cut at 511 characters in all. Thread-safe; lines of several processes
+ * do not mix.
  *
  * @return not negative when the line was written; -1 when a field is NULL, the file could not be opened, or the line
  *         not written (the last two are logged)

@@ -86,15 +86,15 @@ VELKOR_API int Set_Dir(const char *path);
  */
 VELKOR_API int Get_Dir(char *out);
 
-/** vfs_Read(), repeated while it fails with EINTR. */
+/** vfs_Read() of @p length bytes from @p fd into @p buffer, repeated while it fails with EINTR. */
 VELKOR_API int safe_read(int fd, void *buffer, int length);
 
-/** vfs_Write(), repeated while it fails with EINTR. */
+/** vfs_Write() of @p length bytes of @p buffer to @p fd, repeated while it fails with EINTR. */
 VELKOR_API int safe_write(int fd, const void *buffer, int length);
 
 /**
- * Set the size at which files are deleted. 64 at the start; smaller values than 16 become 16, larger ones than 1024
- * become 1024. Thread-safe.
+ * Set @p size as the one at which files are deleted. 64 at the start; smaller values than 16 become 16, larger ones
+ * than 1024 become 1024. Thread-safe.
  *
  * @return always 0
  */
@@ -131,10 +131,11 @@ VELKOR_API int du(const char *path, int flags);
  */
 VELKOR_API int make_dir(const char *path);
 
-/** 1 for a directory, 0 for anything else: also for a link to one, and for NULL. */
+/** 1 when @p path is a directory, 0 for anything else: also for a link to one, and for NULL. */
 VELKOR_API int is_dir(const char *path);
 
-/** 1 for a directory whose tree holds nothing but directories, else 0: also where a part cannot be looked at. */
+/** 1 when @p path is a directory whose tree holds nothing but directories, else 0: also where a part cannot be looked
+ * at. */
 VELKOR_API int is_empty_dir(const char *path);
 /** @} */
 
@@ -181,16 +182,19 @@ VELKOR_API char *last_char_is(const char *s, int c);
 /** @name System calls
  * Stand between the functions below and the system, so that a program can trace them in one place. @{ */
 
-/** open(); @p mode is used when the file is created. */
+/** open() of @p path with @p flags; @p mode is used when the file is created. */
 VELKOR_API int HI_Open(const char *path, int flags, unsigned mode);
 
-/** close(). */
+/** close() of @p fd. */
 VELKOR_API int HI_Close(int fd);
 
-/** mmap(); @p offset has 64 bits on every platform. */
+/**
+ * mmap() with @p addr, @p length, @p prot, @p flags and @p fd as the system has them; @p offset has 64 bits on every
+ * platform.
+ */
 VELKOR_API void *HI_MMap(void *addr, size_t length, int prot, int flags, int fd, int64_t offset);
 
-/** munmap(). */
+/** munmap() of @p length bytes at @p addr. */
 VELKOR_API int HI_MUnMap(void *addr, size_t length);
 /** @} */
 
@@ -236,13 +240,13 @@ VELKOR_API int memunmap(uintptr_t virtual_address);
  * touched. Thread-safe. @{ */
 
 /**
- * Map a file for reading and writing, shared; it is created, with mode 0770, when it is not there.
+ * Map @p length bytes of a file for reading and writing, shared; it is created, with mode 0770, when it is not there.
  *
  * @return the address; NULL when @p path is NULL or cannot be opened; MAP_FAILED when it cannot be mapped
  */
 VELKOR_API void *mmapfile(const char *path, size_t length);
 
-/** The same for reading only; the file must be there. */
+/** The same for reading only, @p length bytes of @p path; the file must be there. */
 VELKOR_API void *mmapfile_r(const char *path, size_t length);
 /** @} */
 

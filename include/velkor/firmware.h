@@ -31,13 +31,19 @@ VELKOR_BEGIN_C
  */
 unsigned ringbuf_Create(unsigned size, int mode);
 
-/** Store @p length bytes. The library ignores the result. Called for every log line: it should be fast. */
+/**
+ * Store @p length bytes of @p data in @p ring. The library ignores the result. Called for every log line: it should be
+ * fast.
+ */
 int ringbuf_Write(unsigned length, const void *data, unsigned ring);
 
-/** Take out the oldest @p length bytes. The library asks ringbuf_DataSize() first and ignores the result. */
+/**
+ * Take the oldest @p length bytes out of @p ring into @p buffer. The library asks ringbuf_DataSize() first and ignores
+ * the result.
+ */
 int ringbuf_Read(unsigned length, void *buffer, unsigned ring);
 
-/** Number of bytes held. Called without pause while the log is on: it should cost next to nothing. */
+/** Number of bytes that @p ring holds. Called without pause while the log is on: it should cost next to nothing. */
 int ringbuf_DataSize(unsigned ring);
 /** @} */
 
@@ -61,15 +67,17 @@ void ThrInfo_Clear(void);
  * Called with the message buffer locked. @{ */
 struct RtMsgBuf;
 
-/** 1 when the bit is set in the buffer's flags, else 0. */
+/** 1 when bit number @p bit is set in the flags of @p buffer, else 0. */
 int RtMsgEx_gFlag(struct RtMsgBuf *buffer, int bit);
 
-/** Set (1) or clear (0) a bit of the buffer's flags. */
+/** Set (@p value 1) or clear (0) bit number @p bit of the flags of @p buffer. */
 void RtMsgEx_sFlag(struct RtMsgBuf *buffer, int bit, int value);
 /** @} */
 
 /** @name Debug stream
- * Where failed argument checks are reported; NULL = nowhere. @{ */
+ * @{ */
+
+/** Where failed argument checks are reported; NULL = nowhere. */
 extern FILE *fpDebugFile;
 /** @} */
 
@@ -98,10 +106,10 @@ typedef struct CfgMediaDevice {
     int32_t cardCount; /**< number of network cards; more than 8 count as 8 */
 } CfgMediaDevice;
 
-/** The network configuration; the library asks for number 0. NULL means no bonding and no card. */
+/** The network configuration; the library asks for @p number 0. NULL means no bonding and no card. */
 const CfgNetConfig *Cfg_gNetConfig(int number);
 
-/** The device description; the library asks for number 0. NULL means no card. */
+/** The device description; the library asks for @p number 0. NULL means no card. */
 const CfgMediaDevice *Cfg_gMediaDevice(int number);
 /** @} */
 
@@ -122,10 +130,10 @@ typedef struct NetIpv6AddressList {
     NetIpv6Address entries[16];
 } NetIpv6AddressList;
 
-/** Fill a NetIpv6AddressList, which is cleared. The library ignores the result. */
+/** Fill @p list, a NetIpv6AddressList which is cleared, for @p device. The library ignores the result. */
 int NetDevice_GetIpv6AddressList(uintptr_t device, void *list);
 
-/** The device's current IPv6 configuration method. */
+/** The current IPv6 configuration method of @p device. */
 int NetGetCurIpv6Method(uintptr_t device);
 /** @} */
 
@@ -143,44 +151,44 @@ int NetGetCurIpv6Method(uintptr_t device);
  */
 int VkMem_Open(const char *name, int zero, unsigned parameter);
 
-/** Allocate from a pool; NULL on failure. */
+/** Allocate @p size bytes from @p pool; NULL on failure. */
 void *VkMem_Alloc(unsigned short pool, size_t size);
 
-/** Allocate @p count elements of @p size bytes, cleared; NULL on failure. */
+/** Allocate @p count elements of @p size bytes from @p pool, cleared; NULL on failure. */
 void *VkMem_Calloc(unsigned short pool, size_t count, size_t size);
 
-/** Change the size of a block; NULL on failure, with the old block untouched. */
+/** Change the size of @p block to @p size bytes of @p pool; NULL on failure, with the old block untouched. */
 void *VkMem_Realloc(unsigned short pool, void *block, size_t size);
 
-/** Copy a text into a new block; NULL on failure. */
+/** Copy @p text into a new block of @p pool; NULL on failure. */
 char *VkMem_Dup(unsigned short pool, const char *text);
 
-/** Release a block. Negative for NULL and for anything that is not a live block of this service: never a crash. */
+/** Release @p block. Negative for NULL and for anything that is not a live block of this service: never a crash. */
 int VkMem_Free(void *block);
 
 /** The code of the calling thread's last failure. */
 int VkMem_Error(void);
 
-/** memcpy(). */
+/** memcpy() of @p size bytes at @p from, to the place @p to. */
 void *VkMem_Copy(void *to, const void *from, size_t size);
 
-/** Allocate outside the pools, charged to @p file and @p line; NULL on failure. */
+/** Allocate @p size bytes outside the pools, charged to @p file and @p line; NULL on failure. */
 void *vkmem_GlobalAlloc(size_t size, const char *file, int line);
 
-/** Release a block of vkmem_GlobalAlloc(). */
+/** Release @p block, which is one of vkmem_GlobalAlloc(). */
 void vkmem_GlobalFree(void *block);
 /** @} */
 
 /** @name Time service
  * @{ */
 
-/** Uptime in seconds. The library ignores the result. */
+/** Uptime, into @p seconds. The library ignores the result. */
 int vkt_get_uptime(int64_t *seconds);
 
-/** Uptime in milliseconds. The library clears the value before and ignores the result. */
+/** Uptime, into @p milliseconds. The library clears the value before and ignores the result. */
 int vkt_get_uptime_ms(int64_t *milliseconds);
 
-/** Seconds that local time is ahead of UTC now. The library clears the value before and ignores the result. */
+/** The @p seconds that local time is ahead of UTC now. The library clears the value before and ignores the result. */
 int vkt_get_time_diff(int64_t *seconds);
 
 /**
@@ -209,10 +217,10 @@ typedef struct CfgDaylightSaving {
 /** Read by the library under its own lock, the zone also without; only the zone is ever changed by it. */
 extern CfgDaylightSaving g_stDaylightSaving;
 
-/** Save the setting. Called under the library's daylight lock: it must not call back. The result is ignored. */
+/** Save @p setting. Called under the library's daylight lock: it must not call back. The result is ignored. */
 int Cfg_sDaylightSaving(const CfgDaylightSaving *setting);
 
-/** Whether the Persian calendar is chosen for display. The argument is whatever the library's caller gave. */
+/** Whether the Persian calendar is chosen for display. @p argument is whatever the library's caller gave. */
 int Cfg_GetCalenderEnable(void *argument);
 /** @} */
 
@@ -237,7 +245,7 @@ int log_Write(int handle, int major, int minor, int code, const char *format, ..
 /** @name Disks and swap settings
  * Asked when swap is started or stopped, by one thread at a time. @{ */
 
-/** Number of disks of a kind; the library asks for kind 1, and relies on whether it is greater than 0. */
+/** Number of disks of @p kind; the library asks for kind 1, and relies on whether it is greater than 0. */
 int disk_GetDiskNum(int kind);
 
 /** State of disk @p disk, 0 to 23, whether or not there is one; above 2: fit to hold a swap file. */
@@ -259,7 +267,7 @@ int cfg_gSwapMaxsize(void);
 /** Megabytes of swap in use from which on the recorder is quietened before swap is taken away. */
 int cfg_gSwapHighLv(void);
 
-/** Pause (0) or resume (1) the recorder's channel activity. The library ignores the result. */
+/** Pause (@p flag 0) or resume (1) the recorder's channel activity. The library ignores the result. */
 int vk_cmd_UpgradeSetChnStat(int flag);
 /** @} */
 
@@ -293,7 +301,10 @@ int UTF8ToGB2312(const char *in, char *out, int size);
 /** @name Factory test
  * @{ */
 
-/** The state of the factory test. The library hands its caller's arguments on as they are. */
+/**
+ * The state of the factory test. The arguments @p first, @p second, @p third and @p fourth are those of the library's
+ * caller, as they are.
+ */
 int vk_cmd_gAutoTestState(uintptr_t first, uintptr_t second, uintptr_t third, uintptr_t fourth);
 /** @} */
 
@@ -307,37 +318,43 @@ int vk_cmd_gAutoTestState(uintptr_t first, uintptr_t second, uintptr_t third, ui
  * 16 the words from 104, 128 and 120, at byte 8 the number 2, at byte 24 the destination's first 22 characters, at byte
  * 88 the text "sdv". What these words mean is between the layer and itself. @{ */
 
-/** Examine a file. */
+/** Examine the file @p path, into @p record. */
 int vfs_Stat(const char *path, void *record);
 
-/** The same in the recorder's view: a file that is still being recorded. Asked first. */
+/** The same in the recorder's view, of @p path into @p record: a file that is still being recorded. Asked first. */
 int rec_Stat(const char *path, void *record);
 
-/** Open a file; @p record is a destination record, or NULL. Refuses 0x10000 where there is no such way. */
+/** Open the file @p path with @p flags; @p record is a destination record, or NULL. Refuses 0x10000 where there is no
+ * such way. */
 int vfs_Open(void *record, const char *path, int flags);
 
-/** read(). */
+/** read() of @p length bytes from @p fd into @p buffer. */
 int vfs_Read(int fd, void *buffer, int length);
 
-/** write(). */
+/** write() of @p length bytes of @p buffer to @p fd. */
 int vfs_Write(int fd, const void *buffer, int length);
 
-/** Only command 4 is used, which sets the status flags to @p value: what matters is that 0x10000 is no longer set. */
+/** Only @p command 4 is used, which sets the status flags of @p fd to @p value: what matters is that 0x10000 is no
+ * longer set. */
 int vfs_fcntl(int fd, int command, int value);
 
-/** fsync(). */
+/** fsync() of @p fd. */
 int vfs_fsync(int fd);
 
-/** close(). */
+/** close() of @p fd. */
 int vfs_Close(int fd);
 
-/** unlink(). */
+/** unlink() of @p path. */
 int vfs_Unlink(const char *path);
 /** @} */
 
 /** @name User interface
+ * @{ */
+
+/**
  * The status record that the user interface publishes, perhaps in memory shared with its process; NULL = absent. The
- * library reads and writes one little-endian 32-bit word of it, at bytes 1523 to 1526: 256 asks to cancel a copy. @{ */
+ * library reads and writes one little-endian 32-bit word of it, at bytes 1523 to 1526: 256 asks to cancel a copy.
+ */
 extern unsigned char *g_ptGuiSysStatus;
 /** @} */
 

@@ -33,7 +33,7 @@ VELKOR_BEGIN_C
  * most significant byte, the second takes it from the least significant one. @{ */
 
 /**
- * What kind of IPv4 address a text is. Blanks and a sign before a number are accepted, and what follows the fourth
+ * What kind of IPv4 address @p text is. Blanks and a sign before a number are accepted, and what follows the fourth
  * number is ignored unless it is a fifth one: "1.2.3.4abc" is an address, "1.2.3.4.5" is none. No range is refused for
  * what it is used for, neither 127.0.0.1 nor 255.255.255.255.
  *
@@ -45,7 +45,8 @@ VELKOR_BEGIN_C
 VELKOR_API int IsValidIP(const char *text);
 
 /**
- * Whether an IPv6 address, in any form that inet_pton() takes, may be given to this recorder. The result is logged.
+ * Whether the IPv6 address @p text, in any form that inet_pton() takes, may be given to this recorder. The result is
+ * logged.
  *
  * @retval 0   it may
  * @retval -1  no IPv6 address, or NULL
@@ -57,8 +58,8 @@ VELKOR_API int IsValidIP(const char *text);
 VELKOR_API int IsValidIPv6(const char *text);
 
 /**
- * Whether an IPv6 address may be this recorder's gateway. **Its codes are not those of IsValidIPv6():** a gateway may
- * be link-local. The result is logged.
+ * Whether the IPv6 address @p text may be this recorder's gateway. **Its codes are not those of IsValidIPv6():** a
+ * gateway may be link-local. The result is logged.
  *
  * @retval 0    it may
  * @retval 255  the text is empty: no gateway
@@ -70,7 +71,7 @@ VELKOR_API int IsValidIPv6(const char *text);
 VELKOR_API int IsValidIpv6Gw(const char *text);
 
 /**
- * The family of an address, as inet_pton() reads it.
+ * The family of the address @p text, as inet_pton() reads it.
  *
  * @retval 0   IPv4
  * @retval 1   IPv6
@@ -80,8 +81,9 @@ VELKOR_API int IsValidIpv6Gw(const char *text);
 VELKOR_API int detect_ip_type(const char *text);
 
 /**
- * The value of an IPv4 text, its first number in the most significant byte. Nothing is checked: the four terms are
- * added, so that a number above 255 spills into the next byte, and a missing number counts as 0. Ask IsValidIP() first.
+ * The value of the IPv4 text @p text, its first number in the most significant byte. Nothing is checked: the four terms
+ * are added, so that a number above 255 spills into the next byte, and a missing number counts as 0. Ask IsValidIP()
+ * first.
  *
  * @return the value; 0 for NULL
  */
@@ -160,8 +162,8 @@ VELKOR_API char *ConverseLowMAC(char *text);
 VELKOR_API int decimal2binary(int32_t low, uint32_t high, uint32_t *bits);
 
 /**
- * The sum of all elements, each shifted left by its index, cut to 32 bits and taken as a signed number. So element 31
- * counts minus 2147483648, and the elements from 32 on count nothing.
+ * The sum of all @p count elements, each shifted left by its index, cut to 32 bits and taken as a signed number. So
+ * element 31 counts minus 2147483648, and the elements from 32 on count nothing.
  *
  * @retval -1  also when @p bits is NULL
  */
@@ -401,7 +403,7 @@ VELKOR_API int arping_main(int number, char *const arguments[]);
  */
 VELKOR_API int CheckMac(const char *address, const char *interface, char *found, int timeout);
 
-/** Switch the listening of CheckMac() on (not 0) or off; it is off at first. Thread-safe. */
+/** Switch the listening of CheckMac() on (@p on is not 0) or off; it is off at first. Thread-safe. */
 VELKOR_API void IfIRecvArp(int on);
 /** @} */
 

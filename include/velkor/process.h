@@ -109,7 +109,7 @@ VELKOR_API int VkPipeClose(FILE *stream);
 VELKOR_API FILE *vk_popen(const char *command, const char *mode);
 
 /**
- * Close a stream of vk_popen() and wait for its command. Thread-safe.
+ * Close @p stream, one of vk_popen(), and wait for its command. Thread-safe.
  *
  * @return the wait status of the command
  * @retval -1  the stream is none of vk_popen()'s (errno EINVAL; it is left alone), or the command cannot be waited for

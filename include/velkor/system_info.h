@@ -39,13 +39,16 @@ VELKOR_BEGIN_C
  */
 VELKOR_API double GetMemInfoV2(uint32_t *out);
 
-/** GetMemInfoV2() with two words of its six: total and free in KiB. Both may be NULL. */
+/** GetMemInfoV2() with two words of its six, in KiB: @p total and @p free_kib. Both may be NULL. */
 VELKOR_API double GetMemInfo(uint32_t *total, uint32_t *free_kib);
 
 /** Per cent of the root file system that an ordinary user cannot write to any more; -1.0 when it cannot be told. */
 VELKOR_API double GetFlashInfo(void);
 
-/** GetMemInfo(), GetCpuInfo() and GetFlashInfo() at once, per cent. Thread-safe. What is NULL is not written. */
+/**
+ * GetCpuInfo() into @p cpu, GetMemInfo() into @p memory and GetFlashInfo() into @p flash, per cent. Thread-safe. What
+ * is NULL is not written.
+ */
 VELKOR_API void GetSystemInfo(double *cpu, double *memory, double *flash);
 
 /**
@@ -132,7 +135,8 @@ VELKOR_API int _GetCpuStats(velkor_cpu_counters *sample);
 VELKOR_API void GetCpuTimer(void);
 
 /**
- * Forget both samples and switch sampling on (not 0) or off. Thread-safe; a sample that is taken meanwhile may stay.
+ * Forget both samples and switch sampling on (@p on is not 0) or off. Thread-safe; a sample that is taken meanwhile may
+ * stay.
  *
  * @return always 0
  */

@@ -51,7 +51,7 @@ VELKOR_API long long vk_atoll(const char *text);
 /** vk_atoll() cut to its low 32 bits: 4294967297 gives 1. */
 VELKOR_API int vk_atoi(const char *text);
 
-/** atoi() for 0 to 255; any other value, and NULL, gives 0. */
+/** atoi() of @p text for 0 to 255; any other value, and NULL, gives 0. */
 VELKOR_API unsigned char vk_atou8(const char *text);
 
 /** @} */
@@ -178,16 +178,17 @@ VELKOR_API int vk_strnchr(const char *data, int size, char separator, char *star
  * @{ */
 
 /**
- * The first offset at which @p pattern lies wholly within @p data. An empty pattern lies at 0.
+ * The first offset at which the @p length bytes of @p pattern lie wholly within the @p size bytes of @p data. An empty
+ * pattern lies at 0.
  *
  * @retval -1  there is none, a pointer is NULL, or a size is negative
  */
 VELKOR_API int FindPosByFlag(const void *data, int size, const void *pattern, int length);
 
 /**
- * The first offset at which @p pattern lies in @p data **and the byte right behind it is @p next1 or @p next2**. A
- * pattern at the very end of the data has no byte behind it and does not count. A value that is no byte (0 to 255)
- * equals none: -1 asks for one next byte only.
+ * The first offset at which the @p length bytes of @p pattern lie in the @p size bytes of @p data, and **the byte right
+ * behind it** is @p next1 or @p next2. A pattern at the very end of the data has no byte behind it and does not count.
+ * A value that is no byte (0 to 255) equals none: -1 asks for one next byte only.
  *
  * @retval -1  there is none, a pointer is NULL, or a size is negative
  */
@@ -210,13 +211,16 @@ VELKOR_API int FindPosByFlag_Fast(const void *data, int size, const void *patter
  */
 VELKOR_API int vk_strst(const char *text, const char *old_text, const char *new_text, char *out);
 
-/** Replace every character @p from with @p to, in place. With 0 as @p to, the characters behind are replaced too. */
+/**
+ * Replace every character @p from of @p text with @p to, in place. With 0 as @p to, the characters behind are replaced
+ * too.
+ */
 VELKOR_API void StringReplace(char *text, char from, char to);
 
 /**
- * Replace occurrences of @p old_text in place, from left to right, going on behind what was inserted. **The text is
- * cut to @p size - 1 characters after each replacement, before the next search:** what was pushed over the end is not
- * found any more, and does not come back when a later replacement makes the text shorter.
+ * Replace occurrences of @p old_text in place, from left to right, going on behind what was inserted. After each
+ * replacement, **before the next search, the text is cut** to @p size - 1 characters: what was pushed over the end is
+ * not found any more, and does not come back when a later replacement makes the text shorter.
  *
  * An empty @p old_text occurs everywhere: @p new_text is inserted again and again until the buffer is full. With both
  * empty nothing happens. Nothing happens either when an argument is NULL, @p size is not positive, the text has no
@@ -247,7 +251,7 @@ VELKOR_API void ReverseString(char *text);
  */
 VELKOR_API int ConverStrLowerToUper(char *text);
 
-/** Does nothing. Kept because programs link it. */
+/** Does nothing, whatever @p text and @p c are. Kept because programs link it. */
 VELKOR_API void vk_strchr(const char *text, int c);
 /** @} */
 
@@ -328,7 +332,7 @@ VELKOR_API int vk_TextUtf8ToGB2312(int mode, char *text, int size);
 /** @name Firmware state
  * @{ */
 
-/** What vk_cmd_gAutoTestState() answers to the same arguments (firmware.h). */
+/** What vk_cmd_gAutoTestState() (firmware.h) answers to @p first, @p second, @p third and @p fourth. */
 VELKOR_API int get_NvrAutoTestState(uintptr_t first, uintptr_t second, uintptr_t third, uintptr_t fourth);
 
 /** Always 0: this recorder has no fish-eye view. */
@@ -349,13 +353,13 @@ VELKOR_API int getFishEyeEnable(void);
 /** Bytes of the text of a trigger set, its terminator included. */
 #define VELKOR_TRIGGER_TEXT_SIZE 65
 
-/** Set bit number @p bit; numbers from 256 up are ignored. @return always 0 */
+/** Set bit number @p bit of @p set; numbers from 256 up are ignored. @return always 0 */
 VELKOR_API int db_SetTriggerBit(uint64_t set[VELKOR_TRIGGER_WORDS], uint64_t bit);
 
-/** Clear bit number @p bit; numbers from 256 up are ignored. @return always 0 */
+/** Clear bit number @p bit of @p set; numbers from 256 up are ignored. @return always 0 */
 VELKOR_API int db_ClrTriggerBit(uint64_t set[VELKOR_TRIGGER_WORDS], uint64_t bit);
 
-/** Bit number @p bit. @return 0 or 1; 0 for numbers from 256 up */
+/** Bit number @p bit of @p set. @return 0 or 1; 0 for numbers from 256 up */
 VELKOR_API int db_GetTriggerBit(const uint64_t set[VELKOR_TRIGGER_WORDS], uint64_t bit);
 
 /**
@@ -432,7 +436,7 @@ VELKOR_API int SHA1Reset(SHA1Context *context);
 VELKOR_API int SHA1Input(SHA1Context *context, const uint8_t *bytes, uint32_t count);
 
 /**
- * End the message and take its digest. Later calls give the same digest again.
+ * End the message of @p context and take its digest. Later calls give the same digest again.
  *
  * @retval 0  @p digest is filled
  * @retval 1  an argument is NULL, or the message was too long
@@ -440,10 +444,13 @@ VELKOR_API int SHA1Input(SHA1Context *context, const uint8_t *bytes, uint32_t co
  */
 VELKOR_API int SHA1Result(SHA1Context *context, uint8_t digest[VELKOR_SHA1_DIGEST_SIZE]);
 
-/** The inner step: compress the message block as it is, and begin an empty one. NULL: nothing happens. */
+/** The inner step: compress the message block of @p context as it is, and begin an empty one. NULL: nothing happens. */
 VELKOR_API void SHA1ProcessMessageBlock(SHA1Context *context);
 
-/** The inner step of SHA1Result(): append the padding and the length, and compress. NULL: nothing happens. */
+/**
+ * The inner step of SHA1Result(): append the padding and the length to the message of @p context, and compress. NULL:
+ * nothing happens.
+ */
 VELKOR_API void SHA1PadMessage(SHA1Context *context);
 /** @} */
 

@@ -16,6 +16,7 @@
 #include <atomic>
 #include <string>
 
+#include "support/coverage.h"
 #include "support/place.h"
 
 namespace command_runner {
@@ -75,6 +76,7 @@ class Runner {
 public:
     Runner() {
         enter_directory();
+        coverage::prepare();
         process_ = VkSystemInit();
         EXPECT_GT(process_, 0);
     }
@@ -89,6 +91,7 @@ public:
 
     void end() {
         if (process_ > 0) {
+            coverage::write_down(process_);
             kill(process_, SIGKILL);
             EXPECT_EQ(waitpid(process_, nullptr, 0), process_);
             process_ = -1;

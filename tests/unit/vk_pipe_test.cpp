@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <velkor/allocation.h>
 #include <velkor/process.h>
 
 #include <string>
@@ -201,6 +202,18 @@ TEST(VkPipeOpen, FailsWhereNoPipeCanBeMade) {
     FILE *const stream = VkPipeOpen("true", "r");
     EXPECT_TRUE(place::exists(pipe_path(1))) << "the number was not used up";
     VkPipeClose(stream);
+}
+
+// The runner has the pools as they were when it was forked.
+TEST(VkPipeOpen, FailsWhereTheRunnerHasNoMemory) {
+    ASSERT_EQ(dvrRegMem("src/vk_system", 1), 0);  // a pool of 1 KiB
+    void *const taken = dvrMalloc(1024, "src/vk_system", __LINE__);
+    ASSERT_NE(taken, nullptr);
+    const Runner runner;
+    EXPECT_EQ(VkPipeOpen("true", "r"), nullptr);
+    EXPECT_EQ(Area().in_use(), 0);
+    EXPECT_EQ(VkSystem("exit 3"), 3 << 8) << "this way takes none";
+    dvrFree(taken);
 }
 
 TEST(VkPipeOpen, FailsWithoutTheDirectory) {

@@ -7,6 +7,7 @@
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <velkor/allocation.h>
 #include <velkor/process.h>
 #include <velkor_host.h>
 
@@ -281,6 +282,15 @@ TEST(Popen, IsThreadSafe) {
         thread.join();
     }
     EXPECT_EQ(accounts().blocks, 0U);
+}
+
+TEST(Popen, IsRefusedWithoutMemory) {
+    ASSERT_EQ(dvrRegMem("src/vk_system", 1), 0);  // a pool of 1 KiB
+    void *const taken = dvrMalloc(1024, "src/vk_system", __LINE__);
+    ASSERT_NE(taken, nullptr);
+    EXPECT_EQ(vk_popen("true", "r"), nullptr);
+    EXPECT_EQ(dvrFree(taken), 0);
+    EXPECT_EQ(output_of("echo again"), "again\n");
 }
 
 }  // namespace

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "support/command_runner.h"
+#include "support/coverage.h"
 #include "support/log_capture.h"
 #include "support/place.h"
 
@@ -402,6 +403,7 @@ public:
         const pid_t recorder = fork();
         if (recorder == 0) {
             dup2(output[1], STDOUT_FILENO);
+            coverage::prepare();
             const pid_t runner = VkSystemInit();
             const bool works = VkSystem("echo hello") == 0;
             _exit(works && write(message[1], &runner, sizeof runner) == sizeof runner ? 0 : 1);
@@ -416,6 +418,7 @@ public:
         output_ = output[0];
     }
     ~DeadRecorder() {
+        coverage::write_down(runner_);
         kill(runner_, SIGKILL);
         close(output_);
     }
