@@ -12,6 +12,8 @@ namespace recorder {
 
 namespace {
 
+constexpr unsigned BAR = 8;
+
 bool is_percentage(double value) { return value >= 0 && value <= 100; }
 
 // As the kernel says: the first line of /proc/meminfo.
@@ -62,9 +64,9 @@ void Load::conclude() {
 }
 
 Panel Load::panel() const {
-    return {
-        format("cpu    %s %5.1f %%", bar(busy_ / 100).c_str(), busy_.load()),
-        format("memory %s %5.1f %%, rss %.1f MiB", bar(memory_ / 100).c_str(), memory_.load(), resident_kib_ / 1024.0)};
+    return {format("cpu    %s %5.1f %%", bar(busy_ / 100, BAR).c_str(), busy_.load()),
+            format("memory %s %5.1f %%, own %.1f MiB", bar(memory_ / 100, BAR).c_str(), memory_.load(),
+                   resident_kib_ / 1024.0)};
 }
 
 std::string Load::tally() const { return format("%u samples", samples_.load()); }

@@ -70,6 +70,11 @@ std::string title(const Options &options, const FaultStory &story, double second
     return text;
 }
 
+void show(const Recorder &recorder, const std::string &title, bool is_calm, Screen &screen) {
+    const Size size = screen.size();
+    screen.show(picture_of(recorder, title, is_calm, size, screen.is_coloured()), size);
+}
+
 // Shows the work until its time is over, and the trouble, too.
 void watch(const Recorder &recorder, const Options &options, FaultStory &story, Clock::time_point begin,
            Screen &screen) {
@@ -78,10 +83,7 @@ void watch(const Recorder &recorder, const Options &options, FaultStory &story, 
         story.follow();
         const double seconds = seconds_since(begin);
         if (screen.is_taken()) {
-            const Size size = screen.size();
-            screen.show(picture_of(recorder, title(options, story, seconds), story.is_over() || story.state().empty(),
-                                   size, screen.is_coloured()),
-                        size);
+            show(recorder, title(options, story, seconds), story.is_over() || story.state().empty(), screen);
         } else if (seconds >= next_tally) {
             print_tallies(recorder, seconds);
             next_tally += 1;
@@ -156,6 +158,9 @@ int work(const Options &options) {
                          }
                      });
     watch(recorder, options, story, begin, screen);
+    if (screen.is_taken()) {
+        show(recorder, " libvelkor recorder   its time is over: counting up", true, screen);
+    }
     recorder.finish();
     screen.leave();
     return conclude(recorder, options, story);

@@ -29,6 +29,14 @@ std::string fit(std::string text, size_t width) {
     return text;
 }
 
+// "[2026/11/15 10:25:17] [12 log]text" as "10:25:17 [12 log]text": there is little room.
+std::string without_day(const std::string &line) {
+    constexpr size_t TIME_AT = 12;
+    constexpr size_t TIME_LENGTH = 8;
+    const size_t rest = TIME_AT + TIME_LENGTH + 1;
+    return line.size() > rest ? line.substr(TIME_AT, TIME_LENGTH) + line.substr(rest) : line;
+}
+
 std::string heading(const std::string &name, const std::string &state, size_t width) {
     std::string text = "-- " + name + " ";
     const std::string end = " " + state + " -";
@@ -63,7 +71,7 @@ void add_panels(std::vector<std::string> &rows, const Recorder &recorder, Size s
             for (size_t i = 0; i < count; ++i) {
                 line += panel_row(*recorder.parts[first + i], row, width - 1, painter) + " ";
             }
-            rows.push_back(line);
+            rows.push_back(line + std::string(size.columns - count * width, ' '));
         }
     }
 }
@@ -79,9 +87,9 @@ std::vector<std::string> picture_of(const Recorder &recorder, const std::string 
         rows.push_back(painter.paint("1", heading("last lines of the log", "/tmp/tty.logman", size.columns)));
     }
     for (const std::string &line : recorder.log.last_lines(size.rows - rows.size())) {
-        rows.push_back(painter.paint("2", fit(line, size.columns)));
+        rows.push_back(painter.paint("2", fit(without_day(line), size.columns)));
     }
-    rows.resize(size.rows);
+    rows.resize(size.rows, std::string(size.columns, ' '));
     return rows;
 }
 

@@ -9,7 +9,7 @@
 
 namespace recorder {
 
-// Exactly as many rows as the screen has, none wider than it is.
+// Exactly as many rows as the screen has, each exactly as wide as it is, colours not counted.
 std::vector<std::string> picture_of(const Recorder &recorder, const std::string &title, bool is_calm, Size size,
                                     bool is_coloured);
 

@@ -125,7 +125,7 @@ void Screen::show(const std::vector<std::string> &rows, Size size) {
     std::string frame = is_new_size ? "\033[2J" : "";
     for (size_t row = 0; row < rows.size(); ++row) {
         if (row >= shown_.size() || shown_[row] != rows[row]) {
-            frame += "\033[" + std::to_string(row + 1) + ";1H" + rows[row] + "\033[0m\033[K";
+            frame += "\033[" + std::to_string(row + 1) + ";1H" + rows[row];
         }
     }
     send(frame);

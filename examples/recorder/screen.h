@@ -25,7 +25,8 @@ public:
     bool is_coloured() const { return is_coloured_; }
     // As it is now: people resize their windows.
     Size size() const;
-    // Rows from the top, no wider than the screen is. One write, and only what is new is sent at all.
+    // Rows from the top, as wide as the screen is: nothing has to be erased, so nothing flickers. What is new of them
+    // is sent in one write.
     void show(const std::vector<std::string> &rows, Size size);
     void leave();
 
