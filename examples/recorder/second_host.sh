@@ -7,10 +7,10 @@
 # All of it goes when the sandbox does.
 set -eu
 
-[ -d /.etc ] && [ $# -gt 0 ] || {
+if [ ! -d /.etc ] || [ $# -eq 0 ]; then
     sed -n 's/^# \{0,1\}//; 2,7p' "$0" >&2
     exit 2
-}
+fi
 
 # The second host is whatever runs in this process's network namespace. It has said so once it is there.
 mkfifo /dvr/ready
@@ -30,9 +30,15 @@ ip address add 10.7.0.1/24 dev eth0
 ip link set eth0 up
 ip route add default via 10.7.0.2 dev eth0
 
-# It answers once it is in the background. Whoever asks gives up long before the resolver would.
-$there dnsmasq --conf-file=/dev/null --no-resolv --no-hosts --user=root --pid-file=/dvr/name_server.pid \
-    --log-facility=/dev/null --host-record=camera.example,10.7.0.20
+# Its name server keeps its rights (--no-daemon): where an ordinary user is root, there are no others to change to.
+$there dnsmasq --no-daemon --conf-file=/dev/null --no-resolv --no-hosts --pid-file= --log-facility=/dev/null \
+    --host-record=camera.example,10.7.0.20 </dev/null >/dev/null 2>&1 &
+echo $! >/dvr/name_server.pid
+until [ -n "$($there ss -Hlun 'sport = :53')" ]; do
+    kill -0 $! # or it has ended
+done
+
+# Whoever asks gives up long before the resolver would.
 rm -f /etc/resolv.conf
 printf 'nameserver 10.7.0.2\noptions timeout:30 attempts:2\n' >/etc/resolv.conf
 
