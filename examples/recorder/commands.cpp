@@ -113,7 +113,9 @@ void Commands::turn() {
         restart();
     }
     run_one("exit 3", 3 << 8);
-    run_one("test -d /tmp/disk0", 0);
+    is_waiting_ = true;
+    run_one("sleep 0.1", 0);
+    is_waiting_ = false;
     look_at_disk();
 }
 

@@ -24,6 +24,8 @@ public:
 
     bool is_ready() const { return runner_ > 0; }
     pid_t runner() const { return runner_; }
+    // While a call is under way that takes a while.
+    bool is_waiting() const { return is_waiting_; }
     unsigned restarts() const { return restarts_; }
     unsigned answers_since_restart() const { return answers_since_restart_; }
 
@@ -58,6 +60,7 @@ private:
     void try_to_swap();
 
     std::atomic<pid_t> runner_{-1};
+    std::atomic<bool> is_waiting_{false};
     std::atomic<unsigned> restarts_{0};
     std::atomic<unsigned> answers_since_restart_{0};
     std::atomic<unsigned> called_{0};

@@ -49,10 +49,14 @@ std::vector<Fault> faults_of(Recorder &recorder) {
     return {
         {
             .kind = "runner",
-            .trouble = "the runner process is killed",
-            .notice = "its death is seen, and another one is forked",
+            .trouble = "the runner process is killed in the midst of a command",
+            .notice = "the command is given up, and another runner is forked",
             .recovery = "commands are answered again",
-            .make = [&commands] { return kill(commands.runner(), SIGKILL) == 0; },
+            .make =
+                [&commands] {
+                    return eventually([&commands] { return commands.is_waiting(); }) &&
+                           kill(commands.runner(), SIGKILL) == 0;
+                },
             .is_noticed = [&commands] { return commands.restarts() == 1; },
             .is_recovered = [&commands] { return commands.answers_since_restart() > 3; },
         },
