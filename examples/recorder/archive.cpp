@@ -21,8 +21,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char *RECORDING = "recording";
-constexpr size_t RECORDING_SIZE = 6 * 1024 * 1024 + 12345;  // whole blocks and a tail
-constexpr size_t OLD_SIZE = 2 * 1024 * 1024;
+constexpr size_t RECORDING_SIZE = size_t{6} * 1024 * 1024 + 12345;  // whole blocks and a tail
+constexpr size_t OLD_SIZE = size_t{2} * 1024 * 1024;
 constexpr size_t KEPT = 4;
 constexpr double MIB = 1024.0 * 1024;
 
