@@ -79,7 +79,7 @@ bool Commands::has_runner_broken(const Call &call) {
 }
 
 std::shared_ptr<Commands::Call> Commands::make(std::function<void(Call &)> work) {
-    const auto call = std::make_shared<Call>();
+    auto call = std::make_shared<Call>();
     call->work = std::move(work);
     ++called_;
     const auto job = [](void *argument) -> void * {

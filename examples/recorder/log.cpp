@@ -20,7 +20,7 @@ namespace {
 constexpr size_t KEPT_LINES = 200;
 
 std::atomic<unsigned> accepted{0};
-std::atomic<unsigned> refused{0};
+std::atomic<unsigned> filtered{0};
 
 struct velkor_host_ring ring_now() {
     struct velkor_host_ring ring = {};
@@ -32,7 +32,7 @@ bool is_the_librarys(const std::string &line) { return line.find(" libvelkor]") 
 
 }  // namespace
 
-void count_line(int result) { ++(result == 0 ? accepted : refused); }
+void count_line(int result) { ++(result == 0 ? accepted : filtered); }
 
 // ---- The terminal ----
 
@@ -116,13 +116,13 @@ void Log::conclude() {
     const struct velkor_host_ring ring = ring_now();
     expect(accepted > 0 && terminal_.own_lines() <= accepted && terminal_.own_lines() + ring.dropped >= accepted,
            "the lines of the recorder's own are those that were accepted");
-    expect(refused == heartbeats_, "the heartbeats, and nothing else, are filtered");
+    expect(filtered == heartbeats_, "the heartbeats, and nothing else, are filtered");
 }
 
 Panel Log::panel() const {
     const struct velkor_host_ring ring = ring_now();
     const double fraction = ring.capacity != 0 ? 1.0 * ring.held / ring.capacity : 0;
-    return {format("%u lines shown, %u filtered out", terminal_.lines(), refused.load()),
+    return {format("%u lines shown, %u filtered out", terminal_.lines(), filtered.load()),
             format("ring %s %llu written", bar(fraction).c_str(), static_cast<unsigned long long>(ring.written))};
 }
 
@@ -132,7 +132,7 @@ std::string Log::summary() const {
     const struct velkor_host_ring ring = ring_now();
     return format("%u lines on the terminal of %llu in the ring, %u of them the recorder's own; %u filtered out",
                   terminal_.lines(), static_cast<unsigned long long>(ring.written), terminal_.own_lines(),
-                  refused.load());
+                  filtered.load());
 }
 
 }  // namespace recorder

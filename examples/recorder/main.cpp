@@ -26,7 +26,7 @@ namespace recorder {
 
 namespace {
 
-constexpr std::chrono::milliseconds FRAME(100);
+constexpr std::chrono::milliseconds FRAME_TIME(100);
 constexpr int BAD_USE = 2;
 constexpr int ENDED_BY_SIGNAL = 128;
 
@@ -88,7 +88,7 @@ void watch(const Recorder &recorder, const Options &options, FaultStory &story, 
             print_tallies(recorder, seconds);
             next_tally += 1;
         }
-        std::this_thread::sleep_for(FRAME);
+        std::this_thread::sleep_for(FRAME_TIME);
     }
     story.break_off();
 }

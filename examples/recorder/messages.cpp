@@ -48,14 +48,15 @@ void Messages::conclude() {
     std::string text(VELKOR_MESSAGE_TEXT_SIZE, '\0');
     expect(get_msg0(text.data(), VELKOR_MESSAGE_TEXT_SIZE) == 0, "the message buffer is read");
     text.resize(text.find('\0'));
-    kept_ = static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+    kept_ = static_cast<unsigned>(std::count(text.begin(), text.end(), '\n'));
     expect(text.find(format("]message %u\r\n", printed_.load())) != std::string::npos, "the last message is there");
     expect(kept_ == printed_ || (buffer.flags & 1) != 0, "and so are all the others, but for those overwritten");
     expect(remove_file("rt_debug") == 0, "the debug channel is switched off");
 
     std::ifstream file("log/upgrade.log");
     const std::string log{std::istreambuf_iterator<char>(file), {}};
-    expect(std::count(log.begin(), log.end(), '\n') == noted_, "the upgrade log has every note");
+    const auto lines = static_cast<unsigned>(std::count(log.begin(), log.end(), '\n'));
+    expect(lines == noted_, "the upgrade log has every note");
 }
 
 Panel Messages::panel() const {
@@ -66,7 +67,7 @@ Panel Messages::panel() const {
 std::string Messages::tally() const { return format("%u messages", printed_.load()); }
 
 std::string Messages::summary() const {
-    return format("%zu of %u messages in the channel's buffer; %u lines in the upgrade log", kept_, printed_.load(),
+    return format("%u of %u messages in the channel's buffer; %u lines in the upgrade log", kept_, printed_.load(),
                   noted_.load());
 }
 

@@ -31,7 +31,7 @@ private:
     unsigned channel_ = 0;
     std::atomic<unsigned> printed_{0};
     std::atomic<unsigned> noted_{0};
-    size_t kept_ = 0;
+    unsigned kept_ = 0;
 };
 
 }  // namespace recorder

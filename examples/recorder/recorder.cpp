@@ -57,7 +57,7 @@ std::vector<Fault> faults_of(Recorder &recorder) {
                     return eventually([&commands] { return commands.is_waiting(); }) &&
                            kill(commands.runner(), SIGKILL) == 0;
                 },
-            .is_noticed = [&commands] { return commands.restarts() == 1; },
+            .is_noticed = [&commands] { return commands.restarts() > 0; },
             .is_recovered = [&commands] { return commands.answers_since_restart() > 3; },
         },
         {

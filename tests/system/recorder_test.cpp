@@ -31,10 +31,11 @@ struct Outcome {
 };
 
 Outcome run(const std::string &command) {
-    FILE *const stream = popen((command + " 2>&1").c_str(), "r");
+    FILE *const stream = popen((command + " 2>&1").c_str(), "r");  // NOLINT(cert-env33-c): a test's own command
     std::string out;
-    for (char piece[4096]; const size_t length = fread(piece, 1, sizeof piece, stream);) {
-        out.append(piece, length);
+    char piece[4096];
+    while (!feof(stream)) {
+        out.append(piece, fread(piece, 1, sizeof piece, stream));
     }
     return {exit_status_of(pclose(stream)), out};
 }
@@ -64,7 +65,7 @@ TEST(Recorder, CountsEverySubsystemUpInPlainLines) {
     EXPECT_THAT(outcome.out, Not(HasSubstr("\033")));
 }
 
-TEST(Recorder, CopesWithAKilledRunnerOnABusyFork) {
+TEST(Recorder, CopesWithAKilledRunnerByABusyFork) {
     const std::string out = out_of_fault("runner");
     EXPECT_THAT(out, HasSubstr("runner: the command is given up, and another runner is forked"));
     EXPECT_THAT(out, HasSubstr(" 1 runners restarted"));
