@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Draw one moment of a recorded terminal session as SVG.
+"""Draw one moment of a terminal's typescript as SVG.
 
-    script -qc './dev demo --fault link' session      # records what the terminal is sent
-    docs/pictures/terminal_to_svg.py session --when 'is pulled' >docs/pictures/recorder.svg
+    script -qc './dev demo --fault link' typescript   # keeps what the terminal is sent
+    docs/pictures/terminal_to_svg.py typescript --when 'is pulled' >docs/pictures/recorder.svg
 
 Takes the last moment at which the text of --when was on the screen; without it, the last one before the program left
 the alternate screen. Understands what this project's programs send: text, cursor addresses, erasing, colours.
@@ -53,11 +53,11 @@ class Terminal:
             self.style = () if numbers == (0,) else self.style + numbers
 
 
-def moment(session, columns, rows, wanted):
+def moment(typescript, columns, rows, wanted):
     """The cells at the moment that is asked for."""
     terminal = Terminal(columns, rows)
     found = None
-    for arguments, letter, character in TOKEN.findall(session):
+    for arguments, letter, character in TOKEN.findall(typescript):
         is_leaving = letter == "l" and arguments == "?1049"
         # A frame begins at the top: what is on the screen then is the frame before.
         if is_leaving or (letter == "H" and arguments in ("", "1;1")):
@@ -106,12 +106,12 @@ def svg(cells):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("session", help="what a terminal was sent, as script(1) records it")
+    parser.add_argument("typescript", help="what a terminal was sent, as script(1) records it")
     parser.add_argument("--size", default="80x24", help="columns and rows of that terminal")
     parser.add_argument("--when", default="", help="a text on the screen")
     options = parser.parse_args()
     columns, rows = map(int, options.size.split("x"))
-    with open(options.session, encoding="utf-8", errors="replace", newline="") as file:
+    with open(options.typescript, encoding="utf-8", errors="replace", newline="") as file:
         print("\n".join(svg(moment(file.read(), columns, rows, options.when))))
 
 

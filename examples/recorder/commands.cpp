@@ -200,8 +200,8 @@ Panel Commands::panel() const {
 std::string Commands::tally() const { return format("%u commands", answered_.load()); }
 
 std::string Commands::summary() const {
-    return format("%u called, %u answered rightly, %u lost; %u runners restarted; %d tasks found, swap %s",
-                  called_.load(), answered_.load(), lost_.load(), restarts_.load(), tasks_.load(), swap_.get().c_str());
+    return format("%u called, %u answered rightly, %u lost; runners died: %u; %d tasks found, swap %s", called_.load(),
+                  answered_.load(), lost_.load(), restarts_.load(), tasks_.load(), swap_.get().c_str());
 }
 
 }  // namespace recorder
