@@ -51,7 +51,8 @@ def indented(lines):
 
 def title(name, section, version, *, has_tables=False):
     lines = ["'\\\" t"] if has_tables else []
-    return [*lines, f'.TH {escape(name.upper())} {section} "" "libvelkor {version}" "libvelkor"']
+    # A terminal has no pages: without the second request a table that would lie across two of paper is complained of.
+    return [*lines, f'.TH {escape(name.upper())} {section} "" "libvelkor {version}" "libvelkor"', ".if n .pl 1000i"]
 
 
 def write(directory, name, section, lines, extension=None):
