@@ -14,6 +14,7 @@ static const char CAMERA[] = "src/board_camera/frames.c";
 
 /* The service must work in a child as well, which libvelkor promises to its callers. */
 static int child_can_allocate(void) {
+    fflush(stdout); /* what is printed so far is not the child's to print */
     const pid_t child = fork();
     if (child == 0) {
         char *const copy = dvrStrdup("in the child", CAMERA, __LINE__);
