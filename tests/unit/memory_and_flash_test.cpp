@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <math.h>
 #include <string.h>
@@ -11,6 +12,24 @@
 
 #include "support/log_capture.h"
 #include "support/place.h"
+
+namespace {
+
+// A file system that keeps blocks for the system, which none in memory does.
+const struct statfs *played_root = nullptr;
+
+}  // namespace
+
+extern "C" int statfs(const char *path, struct statfs *out) noexcept {
+    if (played_root != nullptr) {
+        *out = *played_root;
+        return 0;
+    }
+    const int file = open(path, O_PATH | O_CLOEXEC);
+    const int result = fstatfs(file, out);
+    close(file);
+    return result;
+}
 
 namespace {
 
@@ -87,6 +106,17 @@ TEST(MemoryInfo, WorksOnTheRealKernel) {
     EXPECT_GT(total, 0U);
     EXPECT_GT(percent, 0.0);
     EXPECT_LE(percent, 100.0);
+}
+
+TEST(FlashInfo, CountsWhatIsReservedForTheSystemAsUsed) {
+    struct statfs root = {};
+    root.f_bsize = 4096;
+    root.f_blocks = 1000;
+    root.f_bfree = 600;
+    root.f_bavail = 550;
+    played_root = &root;
+    EXPECT_DOUBLE_EQ(GetFlashInfo(), 45.0);
+    played_root = nullptr;
 }
 
 TEST(FlashInfo, IsWhatAnOrdinaryUserCannotWriteToOfTheRoot) {

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "support/held_clock.h"
 #include "support/log_capture.h"
 #include "support/place.h"
 
@@ -49,6 +50,13 @@ TEST_F(UpgradeLog, AppendsALineOfThreeFields) {
     std::getline(lines, line);
     EXPECT_TRUE(std::regex_match(line, std::regex(stamp + "\\[x\\]\\]\\[\\]\\[z\\]"))) << line;
     EXPECT_FALSE(std::getline(lines, line));
+}
+
+TEST_F(UpgradeLog, StampsALineInLocalTimeWithoutLeadingZeros) {
+    setenv("TZ", "EST5", 1);
+    held_clock::offset = [] { return 67603787; };  // 2026-01-05 09:03:07 UTC
+    upgrade_WriteLog("x", "y", "z");
+    EXPECT_EQ(place::read_file(FILE_NAME), "[2026-1-5 4:3:7][x][y][z]\n");
 }
 
 TEST_F(UpgradeLog, IsForcedToTheDiskLineByLine) {
