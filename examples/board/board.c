@@ -10,6 +10,8 @@
 
 #include "memory_service.h"
 
+#define KIB ((size_t)1024)
+
 static const char CAMERA[] = "src/board_camera/frames.c";
 
 /* The service must work in a child as well, which libvelkor promises to its callers. */
@@ -29,8 +31,8 @@ int main(void) {
     if (dvrRegMem("board_camera", 64) != 0) {
         return 1;
     }
-    char *frame = dvrMalloc(40 * 1024, CAMERA, __LINE__);
-    char *const second = dvrMalloc(40 * 1024, CAMERA, __LINE__);
+    char *frame = dvrMalloc(40 * KIB, CAMERA, __LINE__);
+    char *const second = dvrMalloc(40 * KIB, CAMERA, __LINE__);
     char *const note = dvrStrdup("the front door", "src/elsewhere.c", __LINE__);
     printf("a first frame of 40 KiB: %s, a second: %s\n", frame ? "there" : "refused", second ? "there" : "refused");
     if (frame == NULL || second != NULL || note == NULL) {
@@ -38,9 +40,9 @@ int main(void) {
     }
     board_memory_report(stdout);
 
-    memset(frame, 1, 40 * 1024);
-    frame = dvrRealloc(frame, 16 * 1024, CAMERA, __LINE__);
-    if (frame == NULL || frame[16 * 1024 - 1] != 1) {
+    memset(frame, 1, 40 * KIB);
+    frame = dvrRealloc(frame, 16 * KIB, CAMERA, __LINE__);
+    if (frame == NULL || frame[16 * KIB - 1] != 1) {
         return 1;
     }
     printf("once more, the frame at 16 KiB\n");

@@ -45,7 +45,7 @@ static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
 static __thread int last_error;
 
 static void *refuse(enum error error) {
-    last_error = error;
+    last_error = (int)error;
     return NULL;
 }
 
