@@ -118,6 +118,14 @@ TEST(ToolCopy, RefusesAFileOntoItself) {
     }
 }
 
+TEST(ToolCopy, TakesADeviceForItsDestinationOnlyWhereNothingRemovesIt) {
+    place::write_file("/tmp/source", "text");
+    const Outcome refused = tool::run("copy /tmp/source /dev/null");
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_TRUE(holds(refused.err, "/dev/null is a device")) << refused.err;
+    EXPECT_EQ(tool::run("copy --no-cancel /tmp/source /dev/null").status, 0);
+}
+
 TEST(ToolCopy, IsCancelledByCtrlCAndRemovesThePart) {
     place::write_file("/tmp/source", text_of(4 << 20));
     const SlowDestination destination("/tmp/destination");
@@ -212,22 +220,72 @@ TEST(ToolRm, AsksBeforeItRemoves) {
     EXPECT_FALSE(place::exists("/tmp/tree"));
 }
 
+// Each is tried with a file in front of it, which must stay, too: nothing is removed before all is examined.
+void expect_refused(const std::string &path, const std::string &why) {
+    const Outcome outcome = tool::run("rm --yes /tmp/file " + path);
+    EXPECT_EQ(outcome.status, 2) << path;
+    EXPECT_TRUE(holds(outcome.err, why)) << path << ": " << outcome.err;
+    EXPECT_TRUE(place::exists("/tmp/file")) << path;
+}
+
 TEST(ToolRm, RefusesTheRootAndNothingBeforeItRemovesAnything) {
     place::write_file("/tmp/file", "text");
-    for (const char *const path : {"/", "//", "/tmp/..", "/.", "''"}) {
-        const Outcome outcome = tool::run(std::string("rm --yes /tmp/file ") + path);
-        EXPECT_EQ(outcome.status, 2) << path;
-        EXPECT_TRUE(place::exists("/tmp/file"));
+    for (const char *const path : {"/", "//", "/tmp/../../", "/."}) {
+        expect_refused(path, "not removed");
     }
+    expect_refused("''", "an empty path is nothing to remove");
     EXPECT_EQ(tool::run("rm --yes").status, 2);
+}
+
+TEST(ToolRm, RefusesTheRootUnderAnotherName) {
+    place::write_file("/tmp/file", "text");
+    ASSERT_EQ(mkdir("/tmp/again", 0755), 0);
+    ASSERT_EQ(mount("/", "/tmp/again", nullptr, MS_BIND | MS_REC, nullptr), 0);
+    expect_refused("/tmp/again", "is the root of everything");
+    expect_refused("--mounts /tmp/again", "is the root of everything");
+}
+
+TEST(ToolRm, RefusesTheWorkingDirectoryAndWhatHoldsIt) {
+    place::write_file("/tmp/file", "text");
+    ASSERT_EQ(mkdir("/tmp/above", 0755), 0);
+    ASSERT_EQ(mkdir("/tmp/above/here", 0755), 0);
+    ASSERT_EQ(symlink("above", "/tmp/link"), 0);
+    ASSERT_EQ(symlink("/tmp", "/tmp/link_above"), 0);
+    ASSERT_EQ(chdir("/tmp/above/here"), 0);
+    for (const char *const path : {".", "..", "./", "../", "../..", "../../..", "../here/.", "/tmp/above/here/.."}) {
+        expect_refused(path, "not removed");
+    }
+    for (const char *const path : {"/tmp/above", "/tmp/above/here", "../here", "/tmp/link/", "../../above/",
+                                   "/tmp/link_above/above", "/tmp/above/here/../../above"}) {
+        expect_refused(path, "holds the working directory");
+    }
+    EXPECT_TRUE(place::exists("/tmp/above/here"));
+    EXPECT_EQ(tool::run("rm --yes /tmp/link").status, 0) << "a link is only a link";
+    EXPECT_TRUE(place::exists("/tmp/above/here"));
+}
+
+TEST(ToolRm, RefusesWhereSomethingIsMountedUnlessItIsTold) {
+    place::write_file("/tmp/file", "text");
+    ASSERT_EQ(mkdir("/tmp/tree", 0755), 0);
+    ASSERT_EQ(mkdir("/tmp/tree/a disk", 0755), 0);
+    const place::BoundPath mounted("/tmp/tree/a disk", "/tmpfile");
+    place::write_file("/tmpfile/kept", "text");
+    expect_refused("/tmp/tree", "something is mounted at /tmp/tree/a disk");
+    expect_refused("'/tmp/tree/a disk'", "something is mounted at /tmp/tree/a disk");
+    ASSERT_EQ(symlink("tree", "/tmp/link"), 0);
+    expect_refused("/tmp/link/", "something is mounted at /tmp/tree/a disk");
+    EXPECT_TRUE(place::exists("/tmpfile/kept"));
+    tool::run("rm --yes --mounts /tmp/tree");
+    EXPECT_FALSE(place::exists("/tmpfile/kept"));
 }
 
 TEST(ToolRm, ReportsWhatStaysAndWhatWasNotThere) {
     EXPECT_EQ(tool::run("rm --yes /tmp/none").out, "/tmp/none was not there\n");
+    EXPECT_EQ(tool::run("rm --yes /tmp/none/neither").out, "/tmp/none/neither was not there\n");
     ASSERT_EQ(mkdir("/tmp/tree", 0755), 0);
     ASSERT_EQ(mkdir("/tmp/tree/busy", 0755), 0);
     const place::BoundPath mounted("/tmp/tree/busy", "/tmpfile");
-    const Outcome outcome = tool::run("rm --yes /tmp/tree");
+    const Outcome outcome = tool::run("rm --yes --mounts /tmp/tree");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.err, "velkor: code -1: something of /tmp/tree could not be removed, the rest of it is gone\n");
 }

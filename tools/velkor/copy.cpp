@@ -71,6 +71,11 @@ bool is_same_file(const std::string &one, const std::string &other) {
     return fs::equivalent(one, other, unknown);
 }
 
+bool is_device(const std::string &path) {
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && (S_ISBLK(status.st_mode) || S_ISCHR(status.st_mode));
+}
+
 // Into a directory a file is copied under its own name.
 std::string destination_file(const CopyOptions &options) {
     std::error_code unknown;
@@ -235,6 +240,9 @@ int run(const CopyOptions &options) {
     if (is_same_file(options.source, destination)) {
         throw Failure(BAD_USE, options.source + " and " + destination + " are the same file: the copy would empty it");
     }
+    if (is_device(destination) && !options.no_cancel) {
+        throw Failure(BAD_USE, destination + " is a device, which a cancelled copy would remove: use --no-cancel");
+    }
     const Outcome outcome = run_copy(options, destination);
     report(options, destination, outcome);
     return outcome.code == VELKOR_COPY_OK && !outcome.cancelled ? SUCCESS : NEGATIVE;
@@ -256,7 +264,8 @@ void tool::add_copy(CLI::App &velkor, Run &chosen) {
     command.add_flag("--quiet", options->quiet, "No progress, no result: only failures");
     add_json(command, options->json);
     command.footer(
-        "Ctrl-C cancels through the library's own cancel word, and removes the part.\n"
+        "Ctrl-C cancels through the library's own cancel word, and removes the part;\n"
+        "so a device is a destination with --no-cancel only.\n"
         "After a failure the part stays. The copy gets mode 0777, as on the recorder.\n"
         "Status 1 when the copy failed or was cancelled.");
     command.callback([options, &chosen] { chosen = [options] { return copy::run(*options); }; });

@@ -9,6 +9,7 @@
 #include "exit_status.h"
 #include "output.h"
 #include "progress.h"
+#include "removal_guard.h"
 
 namespace tool::files {
 
@@ -103,26 +104,8 @@ void add_du(CLI::App &velkor, Run &chosen) {
 struct RmOptions {
     std::vector<std::string> paths;
     bool yes = false;
+    bool mounts = false;
 };
-
-// Whatever way it is written, "/mnt/.." too.
-bool is_root(const std::string &path) {
-    struct stat root = {};
-    struct stat named = {};
-    return lstat("/", &root) == 0 && lstat(path.c_str(), &named) == 0 && root.st_dev == named.st_dev &&
-           root.st_ino == named.st_ino;
-}
-
-void refuse_what_nobody_means(const std::vector<std::string> &paths) {
-    for (const std::string &path : paths) {
-        if (path.empty()) {
-            throw Failure(BAD_USE, "an empty path is nothing to remove");
-        }
-        if (is_root(path)) {
-            throw Failure(BAD_USE, path + " is the root of everything: not removed");
-        }
-    }
-}
 
 std::string description_of(const std::string &path) {
     const auto kib = static_cast<uint32_t>(du(path.c_str(), IN_KIB));
@@ -137,7 +120,7 @@ bool is_agreed(const std::string &path) {
 }
 
 int remove_paths(const RmOptions &options) {
-    refuse_what_nobody_means(options.paths);
+    refuse_what_nobody_means(options.paths, options.mounts ? Mounts::emptied : Mounts::refused);
     int status = SUCCESS;
     for (const std::string &path : options.paths) {
         if (!is_there(path)) {
@@ -160,7 +143,12 @@ void add_rm(CLI::App &velkor, Run &chosen) {
     add_words(command, "PATH", options->paths, "Files and directories; links are removed, not what they point at")
         ->required();
     command.add_flag("--yes", options->yes, "Do not ask");
-    command.footer("Asks before each path. Refuses \"/\" and empty paths.\nStatus 1 when something stays.");
+    command.add_flag("--mounts", options->mounts, "Also empty what is mounted there or below");
+    command.footer(
+        "Asks before each path. Refuses \"/\", \".\", \"..\", empty paths, the working directory and whatever holds "
+        "it,\n"
+        "and, without --mounts, places where something is mounted. Then nothing is removed at all.\n"
+        "Status 1 when something stays.");
     command.callback([options, &chosen] { chosen = [options] { return remove_paths(*options); }; });
 }
 
