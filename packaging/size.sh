@@ -70,7 +70,8 @@ kib() { # KIND FILE-PATTERN MAPS
 }
 "$work/bare" - >"$work/bare.maps"
 LD_LIBRARY_PATH=$native "$work/linked" - >"$work/linked.maps"
-LD_LIBRARY_PATH=$emulated qemu-arm -L /usr/arm-linux-gnueabihf "$work/linked-armhf" - >"$work/armhf.maps"
+LD_LIBRARY_PATH=$emulated tests/support/sandbox.sh --lib /usr/arm-linux-gnueabihf/lib \
+    qemu-arm "$PWD/$work/linked-armhf" - >"$work/armhf.maps"
 
 runs=200
 echo

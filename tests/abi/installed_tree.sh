@@ -1,10 +1,10 @@
 #!/bin/sh
 # Programs of somebody else, in C and in C++, find the installed library by pkg-config, by CMake and by hand, link it
 # shared and static, the C program with the C driver alone, and run, wherever the tree was installed to.
-#     installed_tree.sh CMAKE CC CXX BUILD [EMULATOR...]
+#     installed_tree.sh CMAKE CC CXX BUILD SANDBOX...
 set -eu
 cmake=$1 cc=$2 cxx=$3 build=$4
-shift 4 # what is left runs a program of the target
+shift 4 # what is left runs a program of the target, and lets it read the directory where it is run
 here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -20,7 +20,7 @@ expected_cxx='a date from C++'
 run() { # EXPECTED PROGRAM
     wanted=$1 program=$2
     shift 2
-    answer=$(LD_LIBRARY_PATH=$libraries "$@" "$program") || {
+    answer=$(cd "$work" && LD_LIBRARY_PATH=$libraries "$@" "$program") || {
         echo "$program failed: $answer"
         exit 1
     }
@@ -63,7 +63,7 @@ TEXT
 run "$expected_c" "$work/build/c_by_cmake" "$@"
 run "$expected_cxx" "$work/build/cxx_by_cmake" "$@"
 
-answer=$(LD_LIBRARY_PATH=$libraries "$@" "$tree/bin/velkor" --version)
+answer=$(cd "$work" && LD_LIBRARY_PATH=$libraries "$@" "$tree/bin/velkor" --version)
 case $answer in
 *[0-9].[0-9]*) ;;
 *)

@@ -15,6 +15,7 @@
 
 #include <atomic>
 #include <string>
+#include <thread>
 
 #include "support/coverage.h"
 #include "support/place.h"
@@ -124,27 +125,20 @@ private:
     struct rlimit before_ = {};
 };
 
-// While it lives, a fork of this process fails: the first process of the namespace for its children has ended.
-class NoChildren {
-public:
-    NoChildren() : before_(open("/proc/self/ns/pid", O_RDONLY | O_CLOEXEC)) {
+// Does some work on a thread whose forks fail: the first process of the namespace for its children has ended. There is
+// no way back for that thread, and the others never notice.
+template <typename Work>
+void without_children(Work work) {
+    std::thread([&work] {
         EXPECT_EQ(unshare(CLONE_NEWPID), 0);
         const pid_t first = fork();
         if (first == 0) {
             _exit(0);
         }
         EXPECT_EQ(waitpid(first, nullptr, 0), first);
-    }
-    ~NoChildren() {
-        EXPECT_EQ(setns(before_, CLONE_NEWPID), 0);
-        close(before_);
-    }
-    NoChildren(const NoChildren &) = delete;
-    NoChildren &operator=(const NoChildren &) = delete;
-
-private:
-    int before_;
-};
+        work();
+    }).join();
+}
 
 // To be called before the runner is forked: limits of a user hold for this process too, though it began as root. Where
 // the sandbox's root is an ordinary user outside, they do already.

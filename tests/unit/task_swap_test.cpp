@@ -496,7 +496,8 @@ TEST(SwapCheck, FitsALongestLine) {
 
 TEST(SwapCheck, FailsWithoutTheFile) {
     const LogCapture log;
-    const place::BoundPath empty("/proc", "/mnt");
+    ASSERT_EQ(mkdir("/tmp/empty", 0755), 0);
+    const place::BoundPath empty("/proc", "/tmp/empty");
     int active = -1;
     int size = -1;
     int used = -1;

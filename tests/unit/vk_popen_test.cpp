@@ -249,14 +249,15 @@ TEST(Popen, FailsWithoutDescriptors) {
 }
 
 TEST(Popen, FailsWithoutAProcess) {
-    const command_runner::NoChildren no_children;
     const int next = dup(0);
     close(next);
-    for (const char *const mode : {"r", "w"}) {
-        errno = 0;
-        EXPECT_EQ(vk_popen("true", mode), nullptr);
-        EXPECT_EQ(errno, ENOMEM);
-    }
+    command_runner::without_children([] {
+        for (const char *const mode : {"r", "w"}) {
+            errno = 0;
+            EXPECT_EQ(vk_popen("true", mode), nullptr);
+            EXPECT_EQ(errno, ENOMEM);
+        }
+    });
     EXPECT_EQ(accounts().blocks, 0U);
     EXPECT_EQ(dup(0), next) << "all ends are closed";
     errno = 0;

@@ -79,8 +79,7 @@ TEST(VkSystemInit, FailsWithASegmentThatIsTooSmall) {
 
 TEST(VkSystemInit, RemovesTheSegmentWhenItCannotFork) {
     command_runner::enter_directory();
-    const command_runner::NoChildren no_children;
-    EXPECT_EQ(VkSystemInit(), -1);
+    command_runner::without_children([] { EXPECT_EQ(VkSystemInit(), -1); });
     EXPECT_FALSE(has_segment());
     EXPECT_EQ(VkSystem("true"), -1);
 }
