@@ -11,6 +11,9 @@
  *
  * A year's equinox costs some microseconds. It is computed once in a process; later conversions of dates of the same
  * year take nanoseconds. All functions are reentrant unless said otherwise.
+ *
+ * A `time_t` is as wide as it was when the library was compiled: 32 bits on the recorder. Where a C library has both
+ * widths, a program is compiled with the library's (no `_TIME_BITS=64` there).
  */
 #ifndef VELKOR_CALENDAR_H
 #define VELKOR_CALENDAR_H
