@@ -19,6 +19,7 @@
 #include "support/lock_guard.h"
 #include "support/log.h"
 #include "support/owners.h"
+#include "support/pause.h"
 #include "support/platform.h"
 
 // ---- Running tasks ------------------------------------------------------------------------------------------------
@@ -137,7 +138,7 @@ constexpr int SATA = 1;
 constexpr int FIT_FOR_SWAP = 3;
 constexpr int PATH_FOUND = 1001;
 constexpr int NO_DISK = -1;
-constexpr unsigned QUIET_SECONDS = 2;
+constexpr int64_t QUIET_US = 2000000;
 
 // Starting and stopping take as long as the script does; who comes second finds the work done.
 pthread_mutex_t swap_lock = PTHREAD_MUTEX_INITIALIZER;
@@ -309,7 +310,7 @@ bool is_heavily_used() {
 void quieten_recorder() {
     vk_cmd_UpgradeSetChnStat(0);
     VkSystem("killall nimbus.bin");
-    sleep(QUIET_SECONDS);
+    velkor::pause_for_us(QUIET_US);
 }
 
 int stop_swap() {

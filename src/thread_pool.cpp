@@ -7,7 +7,6 @@
 #include <stddef.h>
 #include <stdint.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <optional>
@@ -16,6 +15,7 @@
 #include <velkor/firmware.h>
 
 #include "support/lock_guard.h"
+#include "support/pause.h"
 #include "support/platform.h"
 #include "support/polled_word.h"
 
@@ -26,7 +26,7 @@ using Job = void *(*)(void *);
 constexpr size_t SLOTS = 32;
 constexpr long POLL_US = 1000;
 constexpr int LOOKS_BEFORE_SLEEP = 50;
-constexpr unsigned SCHEDULER_PAUSE_S = 2;
+constexpr int64_t SCHEDULER_PAUSE_US = 2000000;
 constexpr int32_t KEPT_IDLE_S = 29;
 
 // What a func word holds beside the address of a job.
@@ -136,7 +136,7 @@ void retire_idle_workers() {
 [[noreturn]] void *ThrPoolSchld(void *) {
     ThrInfo_DoRecord("ThrPoolSchld", 69, nullptr);
     for (;;) {
-        sleep(SCHEDULER_PAUSE_S);
+        velkor::pause_for_us(SCHEDULER_PAUSE_US);
         retire_idle_workers();
     }
 }

@@ -37,6 +37,7 @@
 #include "support/lock_guard.h"
 #include "support/log.h"
 #include "support/owners.h"
+#include "support/pause.h"
 #include "support/platform.h"
 #include "support/polled_word.h"
 
@@ -558,7 +559,7 @@ void pause_until_bell(Slots slots, long microseconds) {
     for (;;) {
         const long pause = take_requests(slots) ? RUNNERS_BUSY_PAUSE_US : RUNNERS_IDLE_PAUSE_US;
         if (alone) {
-            usleep(static_cast<useconds_t>(pause));  // where there is another runner, that one is quicker
+            velkor::pause_for_us(pause);  // where there is another runner, that one is quicker
             continue;
         }
         pause_until_bell(slots, pause);

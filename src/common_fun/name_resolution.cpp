@@ -1,6 +1,5 @@
 // Name resolution that keeps nobody waiting for long: a worker resolves, the caller looks now and then.
 #include <arpa/inet.h>
-#include <errno.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <pthread.h>
@@ -8,7 +7,6 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
-#include <time.h>
 
 #include <velkor/allocation.h>
 #include <velkor/concurrency.h>
@@ -16,10 +14,11 @@
 #include <velkor/network.h>
 
 #include "support/log.h"
+#include "support/pause.h"
 
 namespace {
 
-constexpr long LOOK_PAUSE_NS = 980000000;
+constexpr int64_t LOOK_PAUSE_US = 980000;
 constexpr int USUAL_TIMEOUT_S = 6;
 
 // ---- The status: written by the worker when the result is there, read by the caller meanwhile ----
@@ -43,20 +42,13 @@ velkor_lookup *make_lookup(const char *host) {
     return lookup;
 }
 
-// The whole of it, whatever signals come.
-void pause_between_looks() {
-    struct timespec rest = {0, LOOK_PAUSE_NS};
-    while (nanosleep(&rest, &rest) != 0 && errno == EINTR) {
-    }
-}
-
 // Looks until there is a final status or the time is over. Answers the time of the last look, which is read before the
 // pause: that is what makes a lookup that hangs cost one to two seconds more than its time-out.
 int64_t wait_for_status(const velkor_lookup &lookup, int64_t start, int timeout) {
     for (;;) {
         int64_t now = 0;
         vkt_get_uptime(&now);
-        pause_between_looks();
+        velkor::pause_for_us(LOOK_PAUSE_US);
         if (now - start > timeout || load_status(lookup) != VELKOR_LOOKUP_PENDING) {
             return now;
         }

@@ -6,7 +6,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 
@@ -16,6 +15,7 @@
 #include <velkor/text.h>
 
 #include "support/log.h"
+#include "support/pause.h"
 #include "support/released_block.h"
 
 // ---- The file layer -----------------------------------------------------------------------------------------------
@@ -32,7 +32,7 @@ constexpr const char *SOURCE_FILE = "src/file";
 constexpr int BLOCK_SIZE = 0x80000;
 constexpr int64_t BYTES_PER_SYNC = 0xA00000;
 constexpr int MOST_RETRIES = 10;
-constexpr useconds_t PAUSE_BEFORE_RETRY_US = 90000;
+constexpr int64_t PAUSE_BEFORE_RETRY_US = 90000;
 
 // The error number in a line is that of the call which failed, whatever was closed and released before the line.
 #define LOG_COPY(format, ...) VK_LOG_FLAGS(0xFF0000, "[%s:%d]-" format, "copy_file", __VA_ARGS__)
@@ -292,7 +292,7 @@ private:
                 LOG_COPY("src=%s dst=%s errno=%d\n", 416, source_path_, destination_path_, error);
                 return false;
             }
-            usleep(PAUSE_BEFORE_RETRY_US);
+            velkor::pause_for_us(PAUSE_BEFORE_RETRY_US);
             done += std::max(written, 0);
         }
     }

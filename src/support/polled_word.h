@@ -2,6 +2,7 @@
 // writer that says so, and after the pause anyway, so that a writer that says nothing is served as by plain polling.
 #pragma once
 
+#include <errno.h>
 #include <linux/futex.h>
 #include <stdint.h>
 #include <sys/syscall.h>
@@ -9,6 +10,8 @@
 
 #include <atomic>
 #include <bit>
+
+#include "support/pause.h"
 
 namespace velkor {
 
@@ -24,17 +27,22 @@ uint32_t *compared_half(std::atomic<Word> &word) {
     return reinterpret_cast<uint32_t *>(&word);
 }
 
-// Sleeps while the word is what was seen, at most `microseconds` (less than a second). Returns early for no reason,
-// too.
+// Sleeps while the word is what was seen, at most `microseconds`. A wake-up may come for no reason, but a signal is
+// none: the wait is for a moment, and continues after the signal's handler.
 template <typename Word>
 void pause_while(std::atomic<Word> &word, Word seen, long microseconds, Reach reach = Reach::one_process) {
+    const struct timespec end = moment_after_us(microseconds);
     // What the kernel's call takes, whatever this C library's time_t is.
     const struct {
         long seconds;
         long nanoseconds;
-    } pause = {0, microseconds * 1000};
-    syscall(SYS_futex, compared_half(word), FUTEX_WAIT | static_cast<int>(reach), static_cast<uint32_t>(seen), &pause,
-            nullptr, 0);
+    } moment = {static_cast<long>(end.tv_sec), end.tv_nsec};
+    const int until = FUTEX_WAIT_BITSET | static_cast<int>(reach);
+    long result;
+    do {
+        result = syscall(SYS_futex, compared_half(word), until, static_cast<uint32_t>(seen), &moment, nullptr,
+                         FUTEX_BITSET_MATCH_ANY);
+    } while (result < 0 && errno == EINTR);
 }
 
 // To be called after the word was changed.

@@ -20,16 +20,16 @@ auto uninterrupted(Call call) {
     return result;
 }
 
-inline int64_t monotonic_ms() {
+inline int64_t monotonic_us() {
     struct timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+    return int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
 }
 
 // Waits until there is something to read, or an error to fetch. Answers as select() does: 1, 0 after the time, or -1.
 // Unlike select() it takes a descriptor of any number, and a signal does not end it.
 inline int wait_readable(int descriptor, int milliseconds) {
-    const int64_t end = monotonic_ms() + milliseconds;
+    const int64_t end = monotonic_us() + int64_t{milliseconds} * 1000;
     int rest = milliseconds;
     for (;;) {
         struct pollfd waiting = {descriptor, POLLIN, 0};
@@ -37,7 +37,8 @@ inline int wait_readable(int descriptor, int milliseconds) {
         if (result >= 0 || errno != EINTR) {
             return result;
         }
-        rest = static_cast<int>(std::max<int64_t>(end - monotonic_ms(), 0));
+        const int64_t whole_milliseconds = (end - monotonic_us() + 999) / 1000;
+        rest = static_cast<int>(std::clamp<int64_t>(whole_milliseconds, 0, milliseconds));
     }
 }
 

@@ -9,18 +9,24 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <string>
 #include <thread>
 
+#include "support/alarms.h"
 #include "support/errno_keeper.h"
 #include "support/lock_guard.h"
 #include "support/log.h"
 #include "support/log_capture.h"
 #include "support/log_stamp.h"
 #include "support/owners.h"
+#include "support/pause.h"
 #include "support/place.h"
 #include "support/platform.h"
+#include "support/polled_word.h"
 #include "support/second_host.h"
+#include "support/uninterrupted.h"
 
 namespace {
 
@@ -117,6 +123,73 @@ TEST(Platform, ThreadsHaveTheKernelsIds) {
     std::thread([&] { other = velkor::kernel_thread_id(); }).join();
     EXPECT_NE(other, own);
     EXPECT_GT(other, 0);
+}
+
+// ---- Pauses and waits ----
+
+using Clock = std::chrono::steady_clock;
+
+// What `wait` took, in the midst of signals.
+template <typename Wait>
+Clock::duration time_of(Wait wait) {
+    const Alarms alarms(1000);
+    const int before = Alarms::count();
+    const auto begin = Clock::now();
+    wait();
+    const auto time = Clock::now() - begin;
+    EXPECT_GT(Alarms::count(), before) << "no signal came";
+    return time;
+}
+
+TEST(Pause, LastsItsTimeInSpiteOfSignals) {
+    EXPECT_GE(time_of([] { velkor::pause_for_us(100000); }), std::chrono::microseconds(100000));
+}
+
+TEST(Pause, CountsOnAcrossTheSecond) {
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_GE(time_of([] { velkor::pause_for_us(300000); }), std::chrono::microseconds(300000));
+    }
+    EXPECT_GE(time_of([] { velkor::pause_for_us(1000000); }), std::chrono::seconds(1));
+}
+
+TEST(PolledWord, IsLookedAtAgainAfterThePauseInSpiteOfSignals) {
+    std::atomic<uint32_t> word{7};
+    EXPECT_GE(time_of([&] { velkor::pause_while(word, 7U, 100000); }), std::chrono::microseconds(100000));
+}
+
+TEST(PolledWord, IsNotWaitedForWhenItHasChanged) {
+    std::atomic<uint32_t> word{8};
+    const auto begin = Clock::now();
+    for (int i = 0; i < 1000; ++i) {
+        velkor::pause_while(word, 7U, 900000);
+    }
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(900)) << "each looked once";
+}
+
+TEST(PolledWord, EndsThePauseOfWhoeverSleepsOnIt) {
+    std::atomic<uint32_t> word{7};
+    std::thread waker([&] {
+        word = 8;
+        velkor::wake_poller(word);
+    });
+    while (word == 7) {
+        velkor::pause_while(word, 7U, 900000);
+    }
+    waker.join();
+}
+
+TEST(WaitReadable, LastsItsTimeInSpiteOfSignals) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    for (int i = 0; i < 20; ++i) {
+        int result = -1;
+        EXPECT_GE(time_of([&] { result = velkor::wait_readable(ends[0], 5); }), std::chrono::milliseconds(5));
+        EXPECT_EQ(result, 0);
+    }
+    ASSERT_EQ(write(ends[1], "x", 1), 1);
+    EXPECT_EQ(velkor::wait_readable(ends[0], 1000000), 1);
+    close(ends[0]);
+    close(ends[1]);
 }
 
 TEST(Sandbox, HasFreshRecorderPaths) {

@@ -19,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/asked_clock.h"
 #include "support/place.h"
 #include "support/thread_table.h"
 
@@ -32,7 +33,7 @@ std::atomic<bool> pretended_threads{false};
 std::atomic<time_t> set_time{0};    // 0: the real one
 std::atomic<int64_t> time_leap{0};  // seconds by which each look at the clock is later than the one before
 std::atomic<useconds_t> set_pause{0};
-std::atomic<unsigned> asked_pause{0};  // seconds
+std::atomic<int64_t> asked_pause_us{0};
 std::atomic<int> pauses{0};
 
 // Whether a thread was last seen to sleep on a word of 0, which is what a worker does that has nothing to do. By kernel
@@ -77,7 +78,7 @@ extern "C" long syscall(long number, ...) {
     }
     va_end(list);
     static const auto call = c_librarys<long (*)(long, long, long, long, long, long, long)>("syscall");
-    if (number == SYS_futex && arguments[1] == FUTEX_WAIT_PRIVATE && arguments[2] == 0) {
+    if (number == SYS_futex && arguments[1] == FUTEX_WAIT_BITSET_PRIVATE && arguments[2] == 0) {
         is_idle(call(SYS_gettid, 0, 0, 0, 0, 0, 0)) = true;
     }
     return call(number, arguments[0], arguments[1], arguments[2], arguments[3], arguments[4], arguments[5]);
@@ -96,15 +97,16 @@ extern "C" time_t time(time_t *out) {
     return now;
 }
 
-extern "C" unsigned sleep(unsigned seconds) {
-    static const auto real = c_librarys<unsigned (*)(unsigned)>("sleep");
-    asked_pause = seconds;
+extern "C" int clock_nanosleep(clockid_t clock, int flags, const struct timespec *moment, struct timespec *rest) {
+    static const auto real =
+        c_librarys<int (*)(clockid_t, int, const struct timespec *, struct timespec *)>("clock_nanosleep");
+    asked_pause_us = asked_clock::microseconds_until(*moment);
     ++pauses;
     if (set_pause != 0) {
         usleep(set_pause);
         return 0;
     }
-    return real(seconds);
+    return real(clock, flags, moment, rest);
 }
 
 namespace {
@@ -316,7 +318,7 @@ TEST(ThreadPool, LooksForIdleWorkersEveryTwoSeconds) {
     set_pause = 1000;
     EXPECT_EQ(CreateThreadInPool(nullptr, nullptr, nullptr), -1);
     let_the_scheduler_look();
-    EXPECT_EQ(asked_pause, 2U);
+    EXPECT_EQ(asked_pause_us, 2000000);
 }
 
 TEST(ThreadPool, RetiresNobodyAtWork) {
