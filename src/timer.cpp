@@ -8,21 +8,22 @@
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <atomic>
+#include <optional>
 
 #include <velkor/concurrency.h>
 #include <velkor/firmware.h>
 
 #include "support/lock_guard.h"
+#include "support/pause.h"
 #include "support/platform.h"
 
 static_assert(sizeof(void *) != 4 || sizeof(TimerEntry) == 12);
 
 namespace {
 
-constexpr useconds_t TICK_US = 185000;
+constexpr int64_t TICK_US = 185000;
 
 struct Node {
     TimerEntry *entry;
@@ -41,7 +42,19 @@ std::atomic<uintptr_t> last_function{0};
 
 bool has_list() { return list_head.load() != nullptr; }
 
-bool is_valid(const TimerEntry *entry) { return entry != nullptr && entry->interval != 0 && entry->func != nullptr; }
+// The program may change a timer that is in the list while others look at it: each word is read once.
+TimerEntry read(const TimerEntry &entry) {
+    return {__atomic_load_n(&entry.interval, __ATOMIC_RELAXED), __atomic_load_n(&entry.func, __ATOMIC_RELAXED),
+            __atomic_load_n(&entry.arg, __ATOMIC_RELAXED)};
+}
+
+std::optional<TimerEntry> read_valid(const TimerEntry *entry) {
+    if (entry == nullptr) {
+        return std::nullopt;
+    }
+    const TimerEntry seen = read(*entry);
+    return seen.interval != 0 && seen.func != nullptr ? std::optional(seen) : std::nullopt;
+}
 
 bool equal(const TimerEntry &one, const TimerEntry &other) {
     return one.arg == other.arg && one.interval == other.interval && one.func == other.func;
@@ -103,26 +116,32 @@ void keep_dropped(Node *first) {
     }
 }
 
-// ---- The timer thread ----
+// ---- What is due ----
 
-void run_due(uint32_t tick) {
+void run_due(uint32_t tick, void (*run)(const TimerEntry &)) {
     const velkor::LockGuard guard(timer_lock);
     for (const Node *node = list_head.load(); node != nullptr; node = node->next.load()) {
-        const TimerEntry entry = *node->entry;
+        const TimerEntry entry = read(*node->entry);
         if (entry.interval != 0 && tick % entry.interval == 0) {
-            last_function.store(reinterpret_cast<uintptr_t>(entry.func), std::memory_order_relaxed);
-            call_count.fetch_add(1, std::memory_order_relaxed);
-            entry.func(entry.arg);
+            run(entry);
         }
     }
+}
+
+// ---- The timer thread ----
+
+void call(const TimerEntry &entry) {
+    last_function.store(reinterpret_cast<uintptr_t>(entry.func), std::memory_order_relaxed);
+    call_count.fetch_add(1, std::memory_order_relaxed);
+    entry.func(entry.arg);
 }
 
 [[noreturn]] void *run_timers(void *) {
     ThrInfo_DoRecord("pthread_timer", 240, nullptr);
     for (uint32_t tick = 1;; ++tick) {
         soft_dog.store(0, std::memory_order_relaxed);
-        usleep(TICK_US);
-        run_due(tick);
+        velkor::pause_for_us(TICK_US);
+        run_due(tick, call);
     }
 }
 
@@ -135,7 +154,8 @@ bool start_detached(void *(*body)(void *), void *argument) {
 
 // The list can be seen only when its thread is there.
 int init_timer(const TimerEntry *entry) {
-    if (!is_valid(entry)) {
+    const std::optional<TimerEntry> first = read_valid(entry);
+    if (!first) {
         return -1;
     }
     if (has_list()) {
@@ -145,7 +165,7 @@ int init_timer(const TimerEntry *entry) {
     if (has_list()) {
         return -2;  // another thread was first
     }
-    Node *const node = make_node(*entry);
+    Node *const node = make_node(*first);
     if (node == nullptr) {
         return -3;
     }
@@ -158,13 +178,14 @@ int init_timer(const TimerEntry *entry) {
 }
 
 int add_timer(const TimerEntry *entry) {
-    if (!is_valid(entry)) {
+    const std::optional<TimerEntry> added = read_valid(entry);
+    if (!added) {
         return -1;
     }
     if (!has_list()) {
         return -2;
     }
-    Node *const node = make_node(*entry);
+    Node *const node = make_node(*added);
     if (node == nullptr) {
         return 0;
     }
@@ -183,7 +204,8 @@ int add_timer(const TimerEntry *entry) {
 }
 
 int del_timer(const TimerEntry *entry) {
-    if (!is_valid(entry)) {
+    const std::optional<TimerEntry> unwanted = read_valid(entry);
+    if (!unwanted) {
         return -1;
     }
     if (!has_list()) {
@@ -192,7 +214,7 @@ int del_timer(const TimerEntry *entry) {
     const velkor::LockGuard guard(timer_lock);
     std::atomic<Node *> *link = &list_head;
     for (Node *node = link->load(); node != nullptr; node = link->load()) {
-        if (equal(*node->entry, *entry)) {
+        if (equal(read(*node->entry), *unwanted)) {
             link->store(node->next.load());
             bury(node);
             return 0;
@@ -206,7 +228,7 @@ namespace {
 
 TimerEntry *find_stored(const TimerEntry &entry) {
     for (const Node *node = list_head.load(); node != nullptr; node = node->next.load()) {
-        if (equal(*node->entry, entry)) {
+        if (equal(read(*node->entry), entry)) {
             return node->entry;
         }
     }
@@ -216,11 +238,15 @@ TimerEntry *find_stored(const TimerEntry &entry) {
 }  // namespace
 
 TimerEntry *search_timer(const TimerEntry *entry) {
-    if (entry == nullptr || entry->func == nullptr) {
+    if (entry == nullptr) {
+        return nullptr;
+    }
+    const TimerEntry wanted = read(*entry);
+    if (wanted.func == nullptr) {
         return nullptr;
     }
     searches.fetch_add(1);
-    TimerEntry *const found = find_stored(*entry);
+    TimerEntry *const found = find_stored(wanted);
     searches.fetch_sub(1);
     return found;
 }
@@ -255,14 +281,7 @@ void run_on_own_thread(const TimerEntry &entry) {
 }  // namespace
 
 int timer_schedule() {
-    const uint32_t tick = schedule_ticks.fetch_add(1, std::memory_order_relaxed) + 1;
-    const velkor::LockGuard guard(timer_lock);
-    for (const Node *node = list_head.load(); node != nullptr; node = node->next.load()) {
-        const TimerEntry &entry = *node->entry;
-        if (entry.interval != 0 && tick % entry.interval == 0) {
-            run_on_own_thread(entry);
-        }
-    }
+    run_due(schedule_ticks.fetch_add(1, std::memory_order_relaxed) + 1, run_on_own_thread);
     return 0;
 }
 

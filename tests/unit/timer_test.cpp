@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/alarms.h"
 #include "support/allocation_faults.h"
 #include "support/place.h"
 #include "support/thread_table.h"
@@ -233,6 +234,17 @@ void *note(void *number) {
         ++noted;
     }
     return nullptr;
+}
+
+TEST(Timer, TicksNoSoonerForSignals) {
+    Counter counter;
+    const TimerEntry entry = counter.every(1);
+    const auto begin = Clock::now();
+    ASSERT_EQ(init_timer(&entry), 0);
+    Alarms::spare_this_thread();  // so that they come to the timer thread
+    const Alarms alarms(20000);
+    EXPECT_TRUE(counter.reaches(4));
+    EXPECT_GE(Clock::now() - begin, 4 * TICK);
 }
 
 TEST(Timer, RunsEveryNthTickInTheOrderOfTheList) {
@@ -570,6 +582,26 @@ TEST(TimerSchedule, RunsWhatIsDueByItsOwnCounterOnThreadsOfTheirOwn) {
     ASSERT_TRUE(tenth.reaches(2));
     EXPECT_TRUE(eleventh.reaches(1));
     EXPECT_EQ(eleventh.calls, 1);
+}
+
+// A function of the list, or another thread, puts a timer to rest while the list is walked.
+TEST(TimerSchedule, LooksAtAnIntervalOnce) {
+    const TimerEntry entry = idle_timer(1);
+    init_without_thread(entry);
+    TimerEntry *const stored = search_timer(&entry);
+    ASSERT_NE(stored, nullptr);
+    std::atomic<bool> is_over{false};
+    std::thread changer([&] {
+        for (int i = 0; i < 4000000; ++i) {
+            __atomic_store_n(&stored->interval, 0U, __ATOMIC_RELAXED);
+            __atomic_store_n(&stored->interval, NEVER, __ATOMIC_RELAXED);
+        }
+        is_over = true;
+    });
+    while (!is_over) {
+        timer_schedule();
+    }
+    changer.join();
 }
 
 TEST(TimerSchedule, CountsCallsThatFindNoList) {
