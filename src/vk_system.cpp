@@ -257,6 +257,18 @@ void format_pipe_path(char (&path)[PIPE_PATH_SIZE], int32_t number) {
     snprintf(path, sizeof path, "/tmpfile/vk_pipe_file_%d.pipe", number);
 }
 
+// An open of a pipe waits until somebody has the other end, for ever if need be. This one does not: a reader without a
+// writer reads nothing, and a writer without a reader is refused. Reading and writing wait as ever.
+int open_at_once(const char *path, int flags) {
+    constexpr mode_t ANYBODY = 0666;
+    velkor::OwnedDescriptor descriptor(open(path, flags | O_NONBLOCK | O_CLOEXEC, ANYBODY));
+    if (!descriptor) {
+        return -1;
+    }
+    const int status = fcntl(descriptor.get(), F_GETFL);
+    return status >= 0 && fcntl(descriptor.get(), F_SETFL, status & ~O_NONBLOCK) == 0 ? descriptor.release() : -1;
+}
+
 // Every polled word is one of memory that caller and runner share.
 template <typename Value>
 void pause_while(std::atomic<Value> &word, Value seen, long microseconds) {
@@ -311,7 +323,7 @@ void take_plain_command(Slot &slot) {
 // ---- The runner: pipe commands ------------------------------------------------------------------------------------
 //
 // Everything that can fail is done before the caller hears the pipe's number, and the runner holds both ends of the
-// pipe by then: neither side can be left waiting in its open for the other.
+// pipe by then. No open waits for the other end, neither here nor at the caller's: the other side may be gone.
 
 namespace {
 
@@ -439,8 +451,8 @@ bool start_pump(const Pipe &pipe) {
 }
 
 bool open_pipe(Slot &slot, const char *path, int32_t number) {
-    velkor::OwnedDescriptor reader(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    velkor::OwnedDescriptor writer(open(path, O_WRONLY | O_CLOEXEC));
+    velkor::OwnedDescriptor reader(open_at_once(path, O_RDONLY));
+    velkor::OwnedDescriptor writer(open_at_once(path, O_WRONLY));  // which needs the reader
     if (!reader || !writer) {
         return false;
     }
@@ -768,15 +780,38 @@ int run(const Area &area, const char *command) {
     return result;
 }
 
+// What fopen() opens with for a mode, or -1 for what is none.
+int flags_of_mode(const char *mode) {
+    const bool both_ways = strchr(mode, '+') != nullptr;
+    const int exclusive = strchr(mode, 'x') != nullptr ? O_EXCL : 0;
+    switch (mode[0]) {
+        case 'r':
+            return both_ways ? O_RDWR : O_RDONLY;
+        case 'w':
+            return (both_ways ? O_RDWR : O_WRONLY) | O_CREAT | O_TRUNC | exclusive;
+        case 'a':
+            return (both_ways ? O_RDWR : O_WRONLY) | O_CREAT | O_APPEND | exclusive;
+        default:
+            return -1;
+    }
+}
+
+// As fopen(), but without waiting for the other end.
+FILE *open_stream(const char *path, const char *mode) {
+    const int flags = flags_of_mode(mode);
+    velkor::OwnedDescriptor descriptor(flags >= 0 ? open_at_once(path, flags) : -1);
+    FILE *const stream = descriptor ? fdopen(descriptor.get(), mode) : nullptr;
+    if (stream != nullptr) {
+        descriptor.release();
+    }
+    return stream;
+}
+
 FILE *open_to_read(int32_t number, const char *command, const char *mode) {
     char path[PIPE_PATH_SIZE];
     format_pipe_path(path, number);
     VK_LOG("[%s:%d]-file=%s cmd=%s\n", "VkPipeOpen", __LINE__, path, command);
-    FILE *const stream = fopen(path, mode);
-    if (stream != nullptr) {
-        fcntl(fileno(stream), F_SETFD, FD_CLOEXEC);
-    }
-    return stream;
+    return open_stream(path, mode);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// What a thread that waits for a moment was told about the time before: a test that stands in for the wait takes the length
-// of the pause from it, to the microsecond on the busiest machine. For one source file of a test program.
+// What a thread that waits for a moment was told about the time before: a test that stands in for the wait takes the
+// length of the pause from it, to the microsecond on the busiest machine. For one source file of a test program.
 #pragma once
 
 #include <dlfcn.h>

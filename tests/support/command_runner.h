@@ -9,6 +9,7 @@
 #include <sys/ipc.h>
 #include <sys/resource.h>
 #include <sys/shm.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <velkor/process.h>
@@ -77,9 +78,14 @@ class Runner {
 public:
     Runner() {
         enter_directory();
-        coverage::prepare();
-        process_ = VkSystemInit();
-        EXPECT_GT(process_, 0);
+        start();
+    }
+    // One that makes files with a umask of its own.
+    explicit Runner(mode_t its_umask) {
+        enter_directory();
+        const mode_t own = umask(its_umask);
+        start();
+        umask(own);
     }
     ~Runner() {
         end();
@@ -100,6 +106,12 @@ public:
     }
 
 private:
+    void start() {
+        coverage::prepare();
+        process_ = VkSystemInit();
+        EXPECT_GT(process_, 0);
+    }
+
     pid_t process_ = -1;
 };
 

@@ -2,15 +2,19 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <poll.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <velkor/allocation.h>
 #include <velkor/process.h>
 
+#include <atomic>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -283,6 +287,118 @@ TEST(VkPipe, OpenedForWritingHangsNobody) {
     EXPECT_EQ(VkPipeClose(stream), 0);
     EXPECT_TRUE(all_slots_are_freed());
     EXPECT_EQ(output_of("echo x"), "x\n");
+}
+
+// ---- Opens that would wait for ever ----
+
+// Modes of files hold for this process from here on, and for the runner that it forks, also where both are root.
+void obey_file_modes() {
+    struct __user_cap_header_struct head = {_LINUX_CAPABILITY_VERSION_3, 0};
+    struct __user_cap_data_struct sets[2] = {};
+    ASSERT_EQ(syscall(SYS_capget, &head, sets), 0);
+    sets[0].effective &= ~(1U << CAP_DAC_OVERRIDE | 1U << CAP_DAC_READ_SEARCH);
+    ASSERT_EQ(syscall(SYS_capset, &head, sets), 0);
+}
+
+// A call of VkPipeOpen() that may never return, on a thread of its own.
+class Opening {
+public:
+    Opening(const char *command, const char *mode) {
+        std::thread([command, mode, answer = answer_] {
+            answer->stream = VkPipeOpen(command, mode);
+            answer->is_there = true;
+        }).detach();
+    }
+    bool has_answered() const {
+        return eventually([this] { return answer_->is_there.load(); });
+    }
+    FILE *stream() const { return answer_->stream; }
+
+private:
+    struct Answer {
+        FILE *stream = nullptr;
+        std::atomic<bool> is_there{false};
+    };
+    std::shared_ptr<Answer> answer_ = std::make_shared<Answer>();
+};
+
+// The runner makes its pipes with the umask of its caller: one end cannot be opened, and the other one is not to be
+// waited for.
+void expect_refusal_with_umask(mode_t umask_of_runner) {
+    const Runner runner(umask_of_runner);
+    const Opening opening("echo x", "r");
+    ASSERT_TRUE(opening.has_answered());
+    EXPECT_EQ(opening.stream(), nullptr);
+    EXPECT_FALSE(place::exists(pipe_path(1)));
+    EXPECT_EQ(VkSystem("exit 3"), 768) << "the runner serves on";
+    EXPECT_EQ(Area().in_use(), 0);
+}
+
+TEST(VkPipeOpen, FailsWhereTheRunnerCannotReadItsPipe) {
+    obey_file_modes();
+    expect_refusal_with_umask(0444);
+}
+
+TEST(VkPipeOpen, FailsWhereTheRunnerCannotWriteItsPipe) {
+    obey_file_modes();
+    expect_refusal_with_umask(0222);
+}
+
+// A runner that has told a pipe's number and is gone, with its ends of the pipe.
+void answer_with_a_pipe_of_nobody(const Area &area, int number) {
+    Words &slot = area[0];
+    ASSERT_TRUE(eventually([&] { return slot.request != 0; }));
+    ASSERT_EQ(mkfifo(pipe_path(number).c_str(), 0666), 0);
+    slot.request = 0;
+    slot.status = number;
+}
+
+TEST(VkPipeOpen, DoesNotWaitForARunnerThatHasDied) {
+    Runner runner;
+    const Area area;
+    runner.end();
+    const Opening opening("echo x", "r");
+    answer_with_a_pipe_of_nobody(area, 7);
+    ASSERT_TRUE(opening.has_answered());
+    ASSERT_NE(opening.stream(), nullptr);
+    EXPECT_EQ(read_all(opening.stream()), "") << "nobody writes";
+    EXPECT_EQ(VkPipeClose(opening.stream()), 0);
+    EXPECT_FALSE(place::exists(pipe_path(7)));
+}
+
+TEST(VkPipeOpen, DoesNotWaitForAReaderThatHasDied) {
+    Runner runner;
+    const Area area;
+    runner.end();
+    const Opening opening("echo x", "w");
+    answer_with_a_pipe_of_nobody(area, 7);
+    ASSERT_TRUE(opening.has_answered());
+    EXPECT_EQ(opening.stream(), nullptr);
+    EXPECT_EQ(area.in_use(), 0);
+}
+
+TEST(VkPipeOpen, TakesTheModesOfFopen) {
+    const Runner runner;
+    const struct {
+        const char *mode;
+        int access;
+    } modes[] = {{"r", O_RDONLY}, {"rb", O_RDONLY}, {"re", O_RDONLY}, {"r+", O_RDWR},
+                 {"w", O_WRONLY}, {"wb+", O_RDWR},  {"a", O_WRONLY},  {"a+", O_RDWR}};
+    for (const auto &one : modes) {
+        FILE *const stream = VkPipeOpen("echo x", one.mode);
+        ASSERT_NE(stream, nullptr) << one.mode;
+        const int flags = fcntl(fileno(stream), F_GETFL);
+        EXPECT_EQ(flags & O_ACCMODE, one.access) << one.mode;
+        EXPECT_EQ(flags & O_NONBLOCK, 0) << one.mode;
+        EXPECT_EQ(flags & O_APPEND, one.mode[0] == 'a' ? O_APPEND : 0) << one.mode;
+        EXPECT_EQ(fcntl(fileno(stream), F_GETFD), FD_CLOEXEC) << one.mode;
+        EXPECT_EQ(VkPipeClose(stream), 0);
+    }
+    for (const char *const mode : {"", "x", "+r", "?"}) {
+        EXPECT_EQ(VkPipeOpen("echo x", mode), nullptr) << mode;
+    }
+    EXPECT_EQ(VkPipeOpen("echo x", "wx"), nullptr) << "the pipe exists";
+    EXPECT_TRUE(all_slots_are_freed());
 }
 
 // ---- Closing ----
