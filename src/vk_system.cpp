@@ -589,21 +589,33 @@ void pause_until_bell(Slots slots, long microseconds) {
 namespace {
 
 // The area as this process has it mapped. A call that still waits keeps it so when somebody detaches it meanwhile.
+//
+// Which streams are this process's own is not in the area: processes that share it have streams at the same addresses,
+// a parent and its child above all.
 struct Attachment {
     Slot *slots;
     int calls;
+    std::atomic<FILE *> own_streams[VELKOR_COMMAND_SLOTS];  // by slot; NULL when this process opened none there
 };
 
 pthread_mutex_t slot_lock = PTHREAD_MUTEX_INITIALIZER;
 Attachment *attached = nullptr;  // under the lock, and so is the count of calls
 int segment = -1;
 
-// A child's calls are those that it makes itself.
+void begin(Attachment &attachment, Slot *slots) {
+    attachment.slots = slots;
+    attachment.calls = 0;
+    for (std::atomic<FILE *> &stream : attachment.own_streams) {
+        stream.store(nullptr, std::memory_order_relaxed);
+    }
+}
+
+// A child's calls and streams are those that it makes itself.
 void start_afresh_in_child() {
     slot_lock = PTHREAD_MUTEX_INITIALIZER;
     children_lock = PTHREAD_MUTEX_INITIALIZER;
     if (attached != nullptr) {
-        attached->calls = 0;
+        begin(*attached, attached->slots);
     }
 }
 
@@ -653,7 +665,7 @@ bool attach() {
         shmdt(area);
         return false;
     }
-    *attached = {static_cast<Slot *>(area), 0};
+    begin(*attached, static_cast<Slot *>(area));
     return true;
 }
 
@@ -687,6 +699,21 @@ public:
 
     explicit operator bool() const { return attachment_ != nullptr; }
     Slots slots() const { return Slots(attachment_->slots, VELKOR_COMMAND_SLOTS); }
+
+    void own(const Slot &slot, FILE *stream) const {
+        attachment_->own_streams[&slot - attachment_->slots].store(stream, std::memory_order_release);
+    }
+
+    // The slot of a stream that this process opened, and that is given up by that; NULL for any other stream.
+    Slot *disown(FILE *stream) const {
+        for (Slot &slot : slots()) {
+            FILE *own = stream;
+            if (attachment_->own_streams[&slot - attachment_->slots].compare_exchange_strong(own, nullptr)) {
+                return &slot;
+            }
+        }
+        return nullptr;
+    }
 
     // The runner polls many words, but can wait on one of them only: whatever slot a request is in, it is announced at
     // the first one's.
@@ -842,31 +869,38 @@ FILE *VkPipeOpen(const char *command, const char *mode) {
         give_back(*slot);
         return nullptr;
     }
+    area.own(*slot, stream);
     publish(slot->caller_stream, reinterpret_cast<uintptr_t>(stream));
     return stream;
 }
 
+namespace {
+
 // The slot is given up before the stream is closed, for the next stream to be opened may have the same address; and the
-// pipe's path is taken before that, for the slot may be another's at once.
+// pipe's path is taken before that, for the slot may be another's at once. It is already where a process that started
+// anew has cleared the area.
+void close_pipe(Slot &slot, FILE *stream) {
+    char path[PIPE_PATH_SIZE];
+    format_pipe_path(path, slot.status.load(std::memory_order_acquire));
+    uintptr_t open_stream = reinterpret_cast<uintptr_t>(stream);
+    if (slot.in_use.load(std::memory_order_acquire) == 0 ||
+        !slot.caller_stream.compare_exchange_strong(open_stream, CLOSED, std::memory_order_acq_rel)) {
+        return;
+    }
+    wake_poller(slot.caller_stream);
+    fclose(stream);
+    unlink(path);
+}
+
+}  // namespace
+
 int VkPipeClose(FILE *stream) {
     const Area area;
     if (stream == nullptr || !area) {
         return -1;
     }
-    for (Slot &slot : area.slots()) {
-        uintptr_t open_stream = reinterpret_cast<uintptr_t>(stream);
-        if (slot.in_use.load(std::memory_order_acquire) == 0 ||
-            slot.caller_stream.load(std::memory_order_acquire) != open_stream) {
-            continue;
-        }
-        char path[PIPE_PATH_SIZE];
-        format_pipe_path(path, slot.status.load(std::memory_order_acquire));
-        if (slot.caller_stream.compare_exchange_strong(open_stream, CLOSED, std::memory_order_acq_rel)) {
-            wake_poller(slot.caller_stream);
-            fclose(stream);
-            unlink(path);
-            break;
-        }
+    if (Slot *const slot = area.disown(stream)) {
+        close_pipe(*slot, stream);
     }
     return 0;
 }

@@ -473,6 +473,80 @@ TEST(VkPipeClose, KnowsAStreamFromAnEarlierOneAtTheSameAddress) {
     EXPECT_TRUE(all_slots_are_freed());
 }
 
+// ---- Streams of parent and child, which have equal addresses ----
+
+const char *const IN_TWO_PARTS = "printf 'fourteen bytes'; read line </tmp/gate; printf ' and twenty-eight more bytes'";
+const char *const BOTH_PARTS = "fourteen bytes and twenty-eight more bytes";
+
+int status_of(pid_t child) {
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status;
+}
+
+TEST(VkPipeClose, LeavesAChildsStreamAtTheSameAddressAlone) {
+    const Runner runner;
+    const Gate gate;
+    int told[2];
+    ASSERT_EQ(pipe(told), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        FILE *const stream = VkPipeOpen(IN_TWO_PARTS, "r");
+        const bool is_told = write(told[1], &stream, sizeof stream) == sizeof stream;
+        const bool is_whole = stream != nullptr && read_all(stream) == BOTH_PARTS;
+        _exit(is_told && is_whole && VkPipeClose(stream) == 0 ? 0 : 1);
+    }
+    FILE *childs = nullptr;
+    ASSERT_EQ(read(told[0], &childs, sizeof childs), static_cast<ssize_t>(sizeof childs));
+    FILE *const stream = VkPipeOpen("echo x", "r");
+    ASSERT_EQ(stream, childs) << "addresses that differ show nothing";
+    EXPECT_EQ(read_all(stream), "x\n");
+    EXPECT_EQ(VkPipeClose(stream), 0);
+    EXPECT_TRUE(place::exists(pipe_path(1))) << "the child's";
+    EXPECT_FALSE(place::exists(pipe_path(2)));
+    gate.open_once();
+    EXPECT_EQ(status_of(child), 0);
+    EXPECT_FALSE(place::exists(pipe_path(1)));
+    EXPECT_TRUE(all_slots_are_freed());
+}
+
+TEST(VkPipeClose, OfAChildLeavesItsParentsStreamAlone) {
+    const Runner runner;
+    const Gate gate;
+    FILE *const stream = VkPipeOpen(IN_TWO_PARTS, "r");
+    ASSERT_NE(stream, nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        const bool is_stranger = VkPipeClose(stream) == 0 && fcntl(fileno(stream), F_GETFD) >= 0;
+        _exit(is_stranger && output_of("echo x") == "x\n" ? 0 : 1);
+    }
+    EXPECT_EQ(status_of(child), 0);
+    EXPECT_TRUE(place::exists(pipe_path(1)));
+    gate.open_once();
+    EXPECT_EQ(read_all(stream), BOTH_PARTS);
+    EXPECT_EQ(VkPipeClose(stream), 0);
+    EXPECT_FALSE(place::exists(pipe_path(1)));
+    EXPECT_TRUE(all_slots_are_freed());
+}
+
+// A recorder that starts anew clears the area, and the slot is another's by then.
+TEST(VkPipeClose, LeavesASlotThatIsAnothersAlone) {
+    const Runner runner;
+    const Area area;
+    FILE *const stream = VkPipeOpen("echo x", "r");
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(read_all(stream), "x\n");
+    area[0].caller_stream = 1;
+    EXPECT_EQ(VkPipeClose(stream), 0);
+    EXPECT_EQ(area[0].caller_stream, 1U);
+    EXPECT_TRUE(place::exists(pipe_path(1)));
+    fclose(stream);
+    area[0].caller_stream = 0;
+    EXPECT_TRUE(all_slots_are_freed());
+}
+
 TEST(VkPipe, LeavesNoCommandUnwaitedFor) {
     const Runner runner;
     for (int i = 0; i < 5; ++i) {
