@@ -11,7 +11,6 @@
 //
 // A caller that gives a pipe command up before it has read a byte frees the slot itself, and the pump notices by the
 // status, which is a number that no other request gets.
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -88,6 +87,8 @@ void put_in_place(const PipeEnds &ends) {
         dup2(ends.given, ends.target);
     }
 }
+
+constexpr int NO_DESCRIPTOR = -1;
 
 // An earlier stream may have had the very descriptor that is the command's own now.
 void close_earlier_streams(int target) {
@@ -488,34 +489,12 @@ void take_pipe_command(Slot &slot) {
 
 namespace {
 
-// A pipe or a socket of the caller's that stayed open here would never end for whoever is at its other end.
-void close_callers_descriptors() {
-    DIR *const directory = opendir("/proc/self/fd");
-    if (directory == nullptr) {
-        return;
-    }
-    while (const struct dirent *const entry = readdir(directory)) {
-        const int descriptor = vk_atoi(entry->d_name);
-        if (descriptor > STDERR_FILENO && descriptor != dirfd(directory)) {
-            close(descriptor);
-        }
-    }
-    closedir(directory);
-}
-
-// The standard streams are where commands print to, as long as somebody is there to read them.
-void let_go_of_standard_streams() {
-    const velkor::OwnedDescriptor nowhere(open("/dev/null", O_RDWR | O_CLOEXEC));
-    if (nowhere) {
-        dup2(nowhere.get(), STDIN_FILENO);
-        dup2(nowhere.get(), STDOUT_FILENO);
-        dup2(nowhere.get(), STDERR_FILENO);
-    }
-}
-
-// The open streams of the process that forked are its own, and so are their commands.
-void forget_callers_children() {
+// The open streams of the process that forked are its own, and so are their commands, which wait for the end of their
+// input or output: this process must not hold it open. Everything else that was open stays, as fork() leaves it: the
+// libraries that are called here may need it.
+void let_go_of_callers_commands() {
     const velkor::LockGuard guard(children_lock);
+    close_earlier_streams(NO_DESCRIPTOR);
     children = nullptr;
 }
 
@@ -524,8 +503,7 @@ void leave_callers_world() {
     signal(SIGUSR1, SIG_IGN);
     signal(SIGUSR2, SIG_IGN);
     signal(SIGCHLD, SIG_DFL);  // or there would be no status to report
-    forget_callers_children();
-    close_callers_descriptors();
+    let_go_of_callers_commands();
 }
 
 // Two runners can serve one area, when a recorder was started anew before the old runner was ended: taking is one step,
@@ -565,19 +543,16 @@ void pause_until_bell(Slots slots, long microseconds) {
     }
 }
 
+// A caller that has died has perhaps been started anew, with a runner of its own. That one is to be quicker: its bell
+// is not this one's to answer.
 [[noreturn]] void serve(Slots slots, pid_t caller) {
     leave_callers_world();
-    bool alone = false;
     for (;;) {
         const long pause = take_requests(slots) ? RUNNERS_BUSY_PAUSE_US : RUNNERS_IDLE_PAUSE_US;
-        if (alone) {
-            velkor::pause_for_us(pause);  // where there is another runner, that one is quicker
-            continue;
-        }
-        pause_until_bell(slots, pause);
-        if (getppid() != caller) {
-            alone = true;
-            let_go_of_standard_streams();
+        if (getppid() == caller) {
+            pause_until_bell(slots, pause);
+        } else {
+            velkor::pause_for_us(pause);
         }
     }
 }

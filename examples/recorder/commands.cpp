@@ -29,7 +29,7 @@ namespace {
 // into it.
 pid_t start_runner() {
     const int complaints = open("commands.err", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    const int own = dup(STDERR_FILENO);
+    const int own = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);  // commands are not to have it
     dup2(complaints, STDERR_FILENO);
     const pid_t runner = VkSystemInit();
     dup2(own, STDERR_FILENO);

@@ -47,9 +47,14 @@ VELKOR_BEGIN_C
  * processes that use the same file share one area.
  *
  * The runner keeps the working directory, the environment, the signal mask and the standard streams of the caller:
- * commands find them as they were at this call. It closes all other descriptors, ignores SIGPIPE, SIGUSR1 and SIGUSR2
- * (so do its commands), and takes the default action for SIGCHLD. When its parent has ended it lets go of the standard
- * streams as well, and serves on.
+ * commands find them as they were at this call. It ignores SIGPIPE, SIGUSR1 and SIGUSR2 (so do its commands), and takes
+ * the default action for SIGCHLD.
+ *
+ * **Descriptors.** The runner also keeps every descriptor that is open at this call, as fork() leaves it, until it is
+ * ended itself, also when its parent has ended before. So a pipe or a socket has one more holder: whoever is at the
+ * other end sees no end of it as long as the runner lives. Only streams of vk_popen() are closed in it. Commands get
+ * those that do not close on exec. Therefore: call this before anything is opened, open with O_CLOEXEC what no command
+ * is to have, and end the runner when the process ends.
  *
  * A second call while the area is attached tears it down as VkSystemUninit() does, and fails; a third one starts anew.
  *
@@ -82,17 +87,18 @@ VELKOR_API int VkSystem(const char *command);
  *
  * @param command  shorter than 512 characters
  * @param mode     for fopen(): "r"
- * @return a stream to be closed with VkPipeClose(); it ends when the command has ended
+ * @return a stream to be closed with VkPipeClose(), closed on exec; it ends when the command has ended, or the runner
  * @retval NULL  an argument is NULL, the command is too long, no area is attached, 52 commands are under way, or the
  *               pipe could not be made or opened
  */
 VELKOR_API FILE *VkPipeOpen(const char *command, const char *mode);
 
 /**
- * Close a stream of VkPipeOpen(). Does not wait for the command, which finds its output closed when it writes on.
- * Thread-safe.
+ * Close a stream that this process opened with VkPipeOpen(). Does not wait for the command, which finds its output
+ * closed when it writes on. A forked child has copies of its parent's streams, which are not its own: it closes them
+ * with fclose(). Thread-safe.
  *
- * @retval 0   closed; also for a stream that is none of VkPipeOpen()'s, which is left alone
+ * @retval 0   closed; also for any other stream, which is left alone
  * @retval -1  @p stream is NULL, or no area is attached: the stream is left open
  */
 VELKOR_API int VkPipeClose(FILE *stream);

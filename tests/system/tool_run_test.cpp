@@ -1,6 +1,8 @@
 // velkor run, as a person or a script uses it.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -99,6 +101,23 @@ TEST(ToolRun, EndsWhenItsReaderDoes) {
     fclose(reader);
     EXPECT_EQ(running.wait(), 128 + SIGPIPE) << "as the shell's, too";
     expect_tidy();
+}
+
+// The runner has the tool's output, too, and would keep a pipeline open that nobody writes into any more.
+TEST(ToolRun, LeavesNoRunnerInAPipelineWhenItIsKilled) {
+    ASSERT_EQ(mkfifo("/tmp/reader", 0600), 0);
+    ASSERT_EQ(mkfifo("/tmp/gate", 0600), 0);
+    tool::Running running("run 'echo x; read line </tmp/gate' >/tmp/reader");
+    const int reader = open("/tmp/reader", O_RDONLY | O_CLOEXEC);
+    char text[2];
+    EXPECT_EQ(read(reader, text, sizeof text), 2);
+    running.send(SIGKILL);
+    EXPECT_EQ(running.wait(), 128 + SIGKILL);
+    place::write_file("/tmp/gate", "\n");
+    struct pollfd end = {reader, POLLIN, 0};
+    EXPECT_EQ(poll(&end, 1, 10000), 1);
+    EXPECT_EQ(end.revents, POLLHUP);
+    close(reader);
 }
 
 // Whether the process whose id is in the file has become this program. A shell that is about to become one loses the

@@ -11,6 +11,7 @@
 #include <unistd.h>
 #include <velkor/process.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <string>
@@ -365,16 +366,47 @@ TEST(Runner, KeepsTheCallersDirectoryAndEnvironment) {
     EXPECT_EQ(VkSystem("test -e TODO && test $VELKOR_TEST_WORD = word"), 0);
 }
 
-TEST(Runner, HoldsNoDescriptorOfTheCaller) {
+// What poll() says of a pipe, at once or after `milliseconds`.
+short events_of(int descriptor, int milliseconds) {
+    struct pollfd waiting = {descriptor, POLLIN, 0};
+    poll(&waiting, 1, milliseconds);
+    return waiting.revents;
+}
+
+TEST(Runner, KeepsTheDescriptorsOfTheCaller) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
-    const Runner runner;
-    VkSystem("true");
+    Runner runner;
+    EXPECT_EQ(VkSystem(("echo x >&" + std::to_string(ends[1])).c_str()), 0);
     close(ends[1]);
-    struct pollfd end = {ends[0], POLLIN, 0};
-    EXPECT_EQ(poll(&end, 1, 10000), 1);
-    EXPECT_EQ(end.revents, POLLHUP) << "nobody can write into it any more";
+    char text[2];
+    EXPECT_EQ(read(ends[0], text, sizeof text), 2);
+    EXPECT_EQ(events_of(ends[0], 0), 0) << "the runner can still write into it";
+    runner.end();
+    EXPECT_EQ(events_of(ends[0], 10000), POLLHUP);
     close(ends[0]);
+}
+
+TEST(Runner, HandsNoDescriptorToItsCommandsThatClosesOnExec) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const Runner runner;
+    const std::string is_open = "test -e /proc/self/fd/" + std::to_string(ends[1]);
+    EXPECT_EQ(VkSystem(is_open.c_str()), 1 << 8);
+    FILE *const stream = VkPipeOpen((is_open + " || echo closed").c_str(), "r");
+    char line[16] = "";
+    EXPECT_NE(fgets(line, sizeof line, stream), nullptr);
+    EXPECT_STREQ(line, "closed\n");
+    EXPECT_EQ(VkPipeClose(stream), 0);
+}
+
+// The command ends with its input, which must not be the runner's as well.
+TEST(Runner, LetsGoOfTheCallersOwnCommands) {
+    FILE *const stream = vk_popen("cat", "w");
+    ASSERT_NE(stream, nullptr);
+    const Runner runner;
+    EXPECT_EQ(VkSystem("true"), 0);
+    EXPECT_EQ(vk_pclose(stream), 0);
 }
 
 TEST(Runner, PrintsWhereTheCallerPrints) {
@@ -426,38 +458,37 @@ public:
 
     pid_t runner() const { return runner_; }
 
-    // What it and its runner printed, until both have let go of it.
-    std::string output() const {
-        std::string text;
-        struct pollfd end = {output_, POLLIN, 0};
-        char piece[64];
-        while (poll(&end, 1, 10000) == 1) {
-            const ssize_t length = read(output_, piece, sizeof piece);
-            if (length <= 0) {
-                return text;
-            }
-            text.append(piece, static_cast<size_t>(length));
-        }
-        ADD_FAILURE() << "somebody holds the output";
-        return text;
-    }
+    // Where it printed, and where its runner still does.
+    int output() const { return output_; }
 
 private:
     pid_t runner_ = -1;
     int output_ = -1;
 };
 
-TEST(Runner, LetsGoOfTheOutputOfACallerThatHasDied) {
+std::string read_some(int descriptor) {
+    char text[64] = "";
+    return std::string(text, static_cast<size_t>(std::max<ssize_t>(read(descriptor, text, sizeof text), 0)));
+}
+
+TEST(Runner, ServesOnWithAllThatItHasWhenItsCallerHasDied) {
     const DeadRecorder recorder;
-    EXPECT_EQ(recorder.output(), "hello\n");
-    EXPECT_TRUE(is_alive(recorder.runner()));
+    EXPECT_EQ(read_some(recorder.output()), "hello\n");
     EXPECT_TRUE(has_segment()) << "neither runner nor segment ends with the caller";
+    const Area area;
+    Words &slot = area[0];
+    strcpy(slot.command, "echo still here");
+    slot.in_use = 1;
+    slot.request = 1;
+    EXPECT_EQ(read_some(recorder.output()), "still here\n");
+    EXPECT_TRUE(eventually([&] { return slot.status == 1; }));
+    EXPECT_EQ(events_of(recorder.output(), 0), 0) << "the runner holds the output that it found";
+    EXPECT_TRUE(is_alive(recorder.runner()));
 }
 
 // The new recorder finds the segment of the old one, and the old runner serves it too.
 TEST(Runner, OfADeadRecorderSharesTheWorkOfTheNextOne) {
     const DeadRecorder recorder;
-    recorder.output();
     const pid_t runner = VkSystemInit();
     ASSERT_GT(runner, 0);
     for (int i = 0; i < 60; ++i) {

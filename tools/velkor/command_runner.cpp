@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/ipc.h>
+#include <sys/prctl.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,6 +19,18 @@ namespace tool {
 
 namespace {
 
+// Who forks the runner, by the id of the process.
+pid_t tool_process = -1;
+
+// The runner has the tool's standard streams, and serves on when the tool is gone: no pipeline with the tool in it
+// would end. Whoever kills the tool ends the runner by that.
+void end_with_tool() {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != tool_process) {
+        _exit(EXIT_FAILURE);  // the tool was quicker
+    }
+}
+
 // Where the person is. The runner's commands are to run there, though its key is made elsewhere.
 int home = -1;
 
@@ -27,6 +40,7 @@ void settle_in_runner() {
     if (home < 0) {
         return;
     }
+    end_with_tool();
     static_cast<void>(fchdir(home) == 0);
     struct sigaction action = {};
     action.sa_handler = [](int) {};
@@ -85,6 +99,7 @@ private:
 
 pid_t start_runner() {
     static const int settled = pthread_atfork(nullptr, nullptr, settle_in_runner);
+    tool_process = getpid();
     const KeyDirectory directory;
     KeyDirectory::make_file();
     const int process = settled == 0 ? VkSystemInit() : -1;
