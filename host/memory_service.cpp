@@ -278,6 +278,9 @@ void *begin_life(Header *header, Pool &pool, size_t size) {
     return mark_live(block) ? block : nullptr;
 }
 
+// A block of no bytes has one, which is on nobody's account: who releases it may clear its first byte.
+constexpr size_t room_for(size_t size) { return std::max<size_t>(size, 1); }
+
 // `get_memory` is malloc(), or calloc() for one element.
 template <typename GetMemory>
 void *allocate(Pool &pool, size_t size, GetMemory get_memory) {
@@ -286,7 +289,7 @@ void *allocate(Pool &pool, size_t size, GetMemory get_memory) {
     if (error != VELKOR_HOST_MEMORY_OK) {
         return fail(pool, error);
     }
-    Header *const header = static_cast<Header *>(get_memory(sizeof(Header) + size));
+    Header *const header = static_cast<Header *>(get_memory(sizeof(Header) + room_for(size)));
     void *const block = header != nullptr ? begin_life(header, pool, size) : nullptr;
     if (block == nullptr) {
         free(header);

@@ -110,7 +110,8 @@ static void *take(int number, size_t bytes) {
     if (bytes > sizeof region - sizeof(header)) {
         return refuse(NO_ROOM);
     }
-    const size_t units = 1 + (bytes + sizeof(header) - 1) / sizeof(header);
+    const size_t room = bytes == 0 ? 1 : bytes; /* dvrFree() clears the first byte of any block */
+    const size_t units = 1 + (room + sizeof(header) - 1) / sizeof(header);
     header *const block = find_room(units);
     if (block == NULL) {
         return refuse(NO_ROOM);

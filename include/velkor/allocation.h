@@ -42,7 +42,7 @@ VELKOR_API int dvrRegMem(const char *name, unsigned parameter);
 /**
  * Allocate @p size bytes from the pool of @p file.
  *
- * @param size  bytes
+ * @param size  bytes; what 0 gives is the service's to say: a block of its own that can be released, or NULL
  * @param file  the caller's source file (__FILE__); NULL has no pool
  * @param line  the caller's line, for the log
  * @return the block, to be released with dvrFree(); NULL when the pool cannot be opened (tried again by the

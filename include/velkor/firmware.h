@@ -151,13 +151,19 @@ int NetGetCurIpv6Method(uintptr_t device);
  */
 int VkMem_Open(const char *name, int zero, unsigned parameter);
 
-/** Allocate @p size bytes from @p pool; NULL on failure. */
+/**
+ * Allocate @p size bytes from @p pool; NULL on failure. For 0 bytes a block must have room for one all the same, here
+ * and below: dvrFree() clears the first byte of whatever it releases.
+ */
 void *VkMem_Alloc(unsigned short pool, size_t size);
 
 /** Allocate @p count elements of @p size bytes from @p pool, cleared; NULL on failure. */
 void *VkMem_Calloc(unsigned short pool, size_t count, size_t size);
 
-/** Change the size of @p block to @p size bytes of @p pool; NULL on failure, with the old block untouched. */
+/**
+ * Change the size of @p block to @p size bytes of @p pool; NULL on failure, with the old block untouched. 0 bytes may
+ * also release the block, and give NULL.
+ */
 void *VkMem_Realloc(unsigned short pool, void *block, size_t size);
 
 /** Copy @p text into a new block of @p pool; NULL on failure. */

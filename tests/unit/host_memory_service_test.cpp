@@ -226,6 +226,18 @@ TEST(HostMemory, ABlockOfNoBytesIsABlock) {
     expect_in_use(pool, 0, 0);
 }
 
+// dvrFree() clears the first byte of whatever it releases; a watched process is told where there is none.
+TEST(HostMemory, ABlockOfNoBytesHasAByte) {
+    const Handle pool = open("empty");
+    for (void *const block : {VkMem_Alloc(pool, 0), VkMem_Calloc(pool, 0, 8), VkMem_Calloc(pool, 8, 0),
+                              VkMem_Realloc(pool, nullptr, 0), vkmem_GlobalAlloc(0, "file.c", 1)}) {
+        ASSERT_NE(block, nullptr);
+        *static_cast<volatile char *>(block) = '\0';
+        EXPECT_EQ(VkMem_Free(block), 0);
+    }
+    expect_in_use(pool, 0, 0);
+}
+
 TEST(HostMemory, CallocClears) {
     const Handle pool = open("cleared");
     for (int round = 0; round < 20; ++round) {

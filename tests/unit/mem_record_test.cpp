@@ -504,6 +504,12 @@ TEST(Free, AnswersTheServicesZeroWithoutALine) {
     EXPECT_EQ(LogCapture::take_messages(), Messages{});
 }
 
+TEST(Free, ClearsAByteOfABlockOfNoBytesToo) {
+    void *const block = dvrMalloc(0, UNKNOWN, 1);
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(dvrFree(block), 0);
+}
+
 TEST(Free, AsksTheServiceAboutNullToo) {
     const LogCapture log;
     EXPECT_EQ(dvrFree(nullptr), 0) << "the log took the line";
