@@ -1,4 +1,5 @@
 // Two users of the command runner: the finder of running tasks, and the swap file on a recording disk.
+#include <fcntl.h>
 #include <pthread.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -34,7 +35,7 @@ struct TaskIds {
 // The file that takes the output of a search: it is there as long as this is.
 class ResultFile {
 public:
-    ResultFile() { is_made_ = velkor::OwnedDescriptor(mkstemp(path_)).get() >= 0; }
+    ResultFile() { is_made_ = velkor::OwnedDescriptor(mkostemp(path_, O_CLOEXEC)).get() >= 0; }
     ~ResultFile() {
         if (is_made_) {
             unlink(path_);
@@ -96,7 +97,7 @@ int find_tasks(const char *name, TaskIds &tasks) {
         return -12;
     }
     search(name, result.path());
-    const velkor::OwnedStream file(fopen(result.path(), "r"));
+    const velkor::OwnedStream file(fopen(result.path(), "re"));
     if (!file) {
         VK_LOG("[%s:%d]-fail to open", "vk_FindRunningTask", __LINE__);
         return -13;
@@ -249,7 +250,7 @@ int parse(const Line &line, SwapArea &area) {
 
 // The line of the first swap area, behind the titles; empty when there is none.
 bool read_first_area(Line &line) {
-    const velkor::OwnedStream file(fopen("/proc/swaps", "r"));
+    const velkor::OwnedStream file(fopen("/proc/swaps", "re"));
     if (!file) {
         return false;
     }

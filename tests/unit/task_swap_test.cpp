@@ -1,3 +1,5 @@
+#include <dirent.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -35,6 +37,20 @@ int high_level = 1000;
 std::vector<std::string> channel_orders;
 
 }  // namespace
+
+// A temporary file is open for a moment only: looked at right behind its birth.
+namespace {
+
+int flags_at_birth = -1;
+
+}  // namespace
+
+extern "C" int mkostemp(char *path, int flags) {
+    static const auto real = reinterpret_cast<int (*)(char *, int)>(dlsym(RTLD_NEXT, "mkostemp64"));
+    const int descriptor = real(path, flags);
+    flags_at_birth = fcntl(descriptor, F_GETFD);
+    return descriptor;
+}
 
 int disk_GetDiskNum(int kind) { return kind == 1 ? disk_count : -100; }
 int disk_GetState(int disk) { return disk_states[disk]; }
@@ -255,6 +271,40 @@ TEST(FindRunningTask, FailsWhenTheResultIsGone) {
     EXPECT_EQ(found.result, -13);
     EXPECT_EQ(found.count, -5);
     EXPECT_THAT(LogCapture::take_messages(), ElementsAre(MatchesRegex("\\[vk_FindRunningTask:[0-9]+\\]-fail to open")));
+}
+
+// The flags of the library's descriptor of a file whose path begins so, not of the test's own; -1 when there is none.
+int flags_of(const std::string &path, int own) {
+    int flags = -1;
+    DIR *const descriptors = opendir("/proc/self/fd");
+    while (const struct dirent *const entry = readdir(descriptors)) {
+        char target[256] = "";
+        const std::string link = std::string("/proc/self/fd/") + entry->d_name;
+        const int descriptor = atoi(entry->d_name);
+        if (descriptor != own && readlink(link.c_str(), target, sizeof target - 1) > 0 &&
+            std::string(target).starts_with(path)) {
+            flags = fcntl(descriptor, F_GETFD);
+        }
+    }
+    closedir(descriptors);
+    return flags;
+}
+
+TEST(FindRunningTask, MakesAFileThatClosesOnExec) {
+    EXPECT_EQ(Found("init").result, 0);
+    EXPECT_EQ(flags_at_birth, FD_CLOEXEC);
+}
+
+// The search leaves a pipe in the place of its result, so that reading it takes as long as this test wants.
+TEST(FindRunningTask, ReadsAFileThatClosesOnExec) {
+    const Runner runner;
+    ASSERT_EQ(mkfifo("/tmpfile/p", 0600), 0);
+    const int writer = open("/tmpfile/p", O_RDWR | O_CLOEXEC);
+    std::thread finder([] { EXPECT_EQ(Found("x;cd /tmpfile;mv p f*;exit&&:").result, 0); });
+    EXPECT_TRUE(place::eventually([&] { return flags_of("/tmpfile/findTask", writer) >= 0; }));
+    EXPECT_EQ(flags_of("/tmpfile/findTask", writer), FD_CLOEXEC);
+    close(writer);
+    finder.join();
 }
 
 TEST(FindRunningTask, LogsItsCommand) {
@@ -493,6 +543,18 @@ TEST(SwapCheck, FitsALongestLine) {
     EXPECT_EQ(active, 0);
     place::write_file(swaps.file(), TITLES + "/swapfile.dat" + std::string(600, 'x') + "\n");
     EXPECT_EQ(swapmem_Check(&active, nullptr, nullptr), -2);
+}
+
+// A pipe in the place of the list: reading it takes as long as this test wants.
+TEST(SwapCheck, ReadsAFileThatClosesOnExec) {
+    ASSERT_EQ(mkfifo("/tmp/swaps", 0600), 0);
+    const place::BoundPath swaps("/proc/swaps", "/tmp/swaps");
+    const int writer = open("/tmp/swaps", O_RDWR | O_CLOEXEC);
+    std::thread looker([] { EXPECT_EQ(swapmem_Check(nullptr, nullptr, nullptr), 0); });
+    EXPECT_TRUE(place::eventually([&] { return flags_of("/proc/swaps", writer) >= 0; }));
+    EXPECT_EQ(flags_of("/proc/swaps", writer), FD_CLOEXEC);
+    close(writer);
+    looker.join();
 }
 
 TEST(SwapCheck, FailsWithoutTheFile) {
