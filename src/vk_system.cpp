@@ -138,7 +138,8 @@ bool start_child(OpenChild &child, const char *command, const PipeEnds &ends) {
         return false;
     }
     child.next = children;
-    children = &child;
+    // In this order also for a child that is forked in between.
+    __atomic_store_n(&children, &child, __ATOMIC_RELEASE);
     return true;
 }
 

@@ -197,7 +197,7 @@ VELKOR_API int sqe_unlock(void *_p);
  * One list of periodic timers for the whole process. The first timer, by init_timer(), starts a thread that ticks every
  * 185 milliseconds and calls what is due, one after the other in the order of the list: a timer of interval N runs for
  * the first time N ticks after the thread started, and then every N ticks. What takes long delays all the others and
- * the next tick.
+ * the next tick; signals neither delay nor hasten it.
  *
  * A timer's function runs on that thread with the list locked. It may call search_timer() and the soft dog's functions,
  * but not init_timer(), add_timer(), del_timer() or timer_schedule(): they would wait for ever.
@@ -254,7 +254,8 @@ VELKOR_API int del_timer(const TimerEntry *entry);
  *
  * @param entry  the timer
  * @return the list's own copy, valid until that timer is deleted; NULL when there is none, @p entry is NULL or its
- *         function is NULL. A timer's function may change it; an interval of 0 then keeps a timer from running
+ *         function is NULL. A timer's function may change it, and so may any thread that stores its members as atomics;
+ *         an interval of 0 then keeps a timer from running
  */
 VELKOR_API TimerEntry *search_timer(const TimerEntry *entry);
 

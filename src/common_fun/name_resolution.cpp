@@ -13,8 +13,10 @@
 #include <velkor/firmware.h>
 #include <velkor/network.h>
 
+#include "support/lock_guard.h"
 #include "support/log.h"
 #include "support/pause.h"
+#include "support/platform.h"
 
 namespace {
 
@@ -53,6 +55,39 @@ int64_t wait_for_status(const velkor_lookup &lookup, int64_t start, int timeout)
             return now;
         }
     }
+}
+
+// ---- The worker's side ----
+
+// A fork waits until no worker is in the middle of letting go: a child may hold the lookup, but has no worker who would
+// unlock it.
+pthread_mutex_t letting_go_lock = PTHREAD_MUTEX_INITIALIZER;
+
+void lock_letting_go() { pthread_mutex_lock(&letting_go_lock); }
+void unlock_letting_go() { pthread_mutex_unlock(&letting_go_lock); }
+
+__attribute__((constructor)) void survive_fork() {
+    velkor::around_fork(lock_letting_go, unlock_letting_go, unlock_letting_go);
+}
+
+// Answers whether the other side has let go already, so that the lookup is the caller's alone.
+bool finish(velkor_lookup &lookup) {
+    const velkor::LockGuard guard_of_fork(letting_go_lock);
+    const velkor::LockGuard guard(lookup.lock);
+    const bool is_last = lookup.finished == 1;
+    lookup.finished = 1;
+    return is_last;
+}
+
+// As velkor_lookup_let_go(), but frees nothing under a lock that a fork takes.
+void let_go_as_worker(velkor_lookup *lookup) {
+    if (!finish(*lookup)) {
+        return;
+    }
+    if (lookup->result != nullptr) {
+        freeaddrinfo(lookup->result);
+    }
+    dvrFree(lookup);
 }
 
 // ---- The addresses of a result ----
@@ -151,7 +186,7 @@ void *_Thr_GetIpTask(void *record) {
         VK_LOG("%s(%d)>>>>>>>>>> getaddrinfo faild \n", "_Thr_GetIpTask", 400);
     }
     store_status(*lookup, is_resolved ? VELKOR_LOOKUP_RESOLVED : VELKOR_LOOKUP_FAILED);
-    velkor_lookup_let_go(lookup);
+    let_go_as_worker(lookup);
     return nullptr;
 }
 

@@ -5,6 +5,10 @@
 
 #include <atomic>
 #include <string>
+#include <thread>
+
+#include "support/fork_meanwhile.h"
+#include "support/waiting_text.h"
 
 namespace velkor {
 extern std::atomic<int32_t> delete_file_size;
@@ -59,6 +63,18 @@ TEST(CopyTarget, IsReadOnceAndHolds64Characters) {
     EXPECT_EQ(std::string(out, 65), "/a" + std::string(63, '\0'));
     EXPECT_EQ(Set_Dir(""), 0);
     EXPECT_EQ(Get_Dir(out), -1);
+}
+
+TEST(CopyTarget, IsWholeInAChildForkedMeanwhile) {
+    WaitingText path("/mnt/disk0/record");
+    std::thread setter([&] { EXPECT_EQ(Set_Dir(path.c_str()), 0); });
+    ASSERT_TRUE(path.has_reader());
+    const auto has_target = [] {
+        char out[65] = "";
+        return Get_Dir(out) == 0 && std::string(out) == "/mnt/disk0/record" && Set_Dir("/a") == 0;
+    };
+    EXPECT_TRUE(fork_meanwhile::child_is_well(has_target, [&] { path.let_go(); }));
+    setter.join();
 }
 
 TEST(DeleteFileSize, StaysBetween16And1024) {

@@ -21,6 +21,9 @@
 #include <thread>
 #include <vector>
 
+#include "support/fork_meanwhile.h"
+#include "support/waiting_text.h"
+
 // A watched malloc() answers NULL as the recorder's does, instead of ending the process.
 extern "C" const char *__asan_default_options() { return "allocator_may_return_null=1"; }
 extern "C" const char *__tsan_default_options() { return "allocator_may_return_null=1"; }
@@ -781,6 +784,15 @@ TEST(HostMemory, ThreadsTogetherReachALimitButDoNotPassIt) {
 }
 
 // ---- Forked children ----
+
+TEST(HostMemory, HoldsNoChildUpThatIsForkedWhileAPoolIsOpened) {
+    WaitingText name("slow");
+    std::thread opener([&] { EXPECT_GE(VkMem_Open(name.c_str(), 0, 0), 0); });
+    ASSERT_TRUE(name.has_reader());
+    const auto opens = [] { return VkMem_Open("other", 0, 0) >= 0 && VkMem_Open("slow", 0, 0) >= 0; };
+    EXPECT_TRUE(fork_meanwhile::child_is_well(opens, [&] { name.let_go(); }));
+    opener.join();
+}
 
 TEST(HostMemoryForkStorm, AChildThatIsForkedWhileOthersOpenAndAllocateDoesNotHang) {
     const Handle pool = open("busy");

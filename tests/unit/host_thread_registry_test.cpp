@@ -18,6 +18,9 @@
 #include <thread>
 #include <vector>
 
+#include "support/fork_meanwhile.h"
+#include "support/waiting_text.h"
+
 namespace {
 
 long own_id() { return syscall(SYS_gettid); }
@@ -321,6 +324,18 @@ TEST(HostThreads, AForkedChildStartsWithAnEmptyTable) {
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(registered_names(), Names{"parent"});
+}
+
+TEST(HostThreads, HoldNoChildUpThatIsForkedWhileAnotherRegisters) {
+    WaitingText name("slow");
+    std::thread slow([&] { ThrInfo_DoRecord(name.c_str(), 1, nullptr); });
+    ASSERT_TRUE(name.has_reader());
+    const auto registers = [] {
+        ThrInfo_DoRecord("child", 2, nullptr);
+        return registered_names() == Names{"child"};
+    };
+    EXPECT_TRUE(fork_meanwhile::child_is_well(registers, [&] { name.let_go(); }));
+    slow.join();
 }
 
 TEST(HostThreadsForkStorm, AChildThatIsForkedWhileOthersRegisterDoesNotHang) {

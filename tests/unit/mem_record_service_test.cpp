@@ -19,7 +19,9 @@
 #include <utility>
 #include <vector>
 
+#include "support/fork_meanwhile.h"
 #include "support/log_capture.h"
+#include "support/place.h"
 
 namespace {
 
@@ -187,6 +189,27 @@ TEST(OpeningAPool, IsTriedAgainForTheGeneralOne) {
     EXPECT_EQ(dvrMalloc(1, UNKNOWN, 1), memory);
     EXPECT_EQ(dvrMalloc(1, "src/else.c", 1), memory);
     EXPECT_EQ(service.take_calls(), (Messages{open, "alloc 5 1", "alloc 5 1"}));
+}
+
+TEST(OpeningAPool, HoldsNoChildUpThatIsForkedMeanwhile) {
+    static std::atomic<bool> is_opening{false};
+    static std::atomic<bool> may_go_on{false};
+    service.while_opening = [] {
+        is_opening = true;
+        may_go_on.wait(false);
+    };
+    std::thread opener([] { EXPECT_EQ(dvrMalloc(1, UNKNOWN, 1), memory); });
+    ASSERT_TRUE(place::eventually([] { return is_opening.load(); }));
+    const auto allocates = [] {
+        service.while_opening = nullptr;
+        return dvrMalloc(1, UNKNOWN, 1) == memory && dvrRegMem("product/", 0) == 0 &&
+               dvrMalloc(1, UNKNOWN, 1) == memory;
+    };
+    EXPECT_TRUE(fork_meanwhile::child_is_well(allocates, [] {
+        may_go_on = true;
+        may_go_on.notify_all();
+    }));
+    opener.join();
 }
 
 TEST(OpeningAPool, FailsForALaterModuleOfAFileThatWasTheGeneralPools) {

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "support/asked_clock.h"
+#include "support/fork_meanwhile.h"
 #include "support/log_capture.h"
 #include "support/place.h"
 
@@ -388,6 +389,41 @@ velkor_lookup *make_lookup() {
     lookup->status = VELKOR_LOOKUP_PENDING;
     pthread_mutex_init(&lookup->lock, nullptr);
     return lookup;
+}
+
+// A child has no worker that could let go of the lookup's own lock.
+TEST_F(NameResolution, LetsGoInAChildForkedMeanwhile) {
+    resolver.addresses = {"10.1.2.3"};
+    velkor_lookup *const lookup = make_lookup();
+    std::atomic<bool> is_held{false};
+    std::atomic<bool> may_go_on{false};
+    std::thread holder([&] {  // so that the worker stands still in front of the lock
+        pthread_mutex_lock(&lookup->lock);
+        is_held = true;
+        may_go_on.wait(false);
+        pthread_mutex_unlock(&lookup->lock);
+    });
+    EXPECT_TRUE(place::eventually([&] { return is_held.load(); }));
+    std::atomic<long> worker_thread{0};
+    std::thread worker([&] {
+        worker_thread = syscall(SYS_gettid);
+        _Thr_GetIpTask(lookup);
+    });
+    EXPECT_TRUE(place::eventually([&] {
+        return __atomic_load_n(&lookup->status, __ATOMIC_ACQUIRE) == VELKOR_LOOKUP_RESOLVED &&
+               fork_meanwhile::is_asleep(worker_thread);
+    }));
+    const auto lets_go = [&] {
+        velkor_lookup_let_go(lookup);
+        return blocks == 0;
+    };
+    EXPECT_TRUE(fork_meanwhile::child_is_well(lets_go, [&] {
+        may_go_on = true;
+        may_go_on.notify_all();
+    }));
+    holder.join();
+    worker.join();
+    velkor_lookup_let_go(lookup);
 }
 
 // When the caller lets go: before the worker begins, in the moment of its answer, or after it has let go.

@@ -22,6 +22,7 @@
 
 #include "support/alarms.h"
 #include "support/command_runner.h"
+#include "support/fork_meanwhile.h"
 #include "support/log_capture.h"
 #include "support/place.h"
 
@@ -467,6 +468,20 @@ TEST(SwapStart, RunsTheScriptOnceForTwoThreads) {
     }
     EXPECT_THAT(results, testing::UnorderedElementsAre(0, -2));
     EXPECT_EQ(Script::calls(), "start /mnt/disk4 64\n");
+}
+
+TEST(SwapStart, HoldsNoChildUpThatIsForkedMeanwhile) {
+    const OneDisk disk;
+    const Script script("touch /tmp/begun; read line </tmp/gate");
+    ASSERT_EQ(mkfifo("/tmp/gate", 0600), 0);
+    const int gate = open("/tmp/gate", O_RDWR | O_CLOEXEC);
+    const Runner runner;
+    std::thread starter([] { EXPECT_EQ(swapmem_Start(4), 0); });
+    ASSERT_TRUE(place::eventually([] { return place::exists("/tmp/begun"); }));
+    const auto is_refused = [] { return swapmem_Stop(5) == -2; };
+    EXPECT_TRUE(fork_meanwhile::child_is_well(is_refused, [&] { EXPECT_EQ(write(gate, "\n", 1), 1); }));
+    starter.join();
+    close(gate);
 }
 
 TEST(SwapStart, CutsItsCommandAt63Characters) {

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "support/asked_clock.h"
+#include "support/fork_meanwhile.h"
 #include "support/place.h"
 #include "support/thread_table.h"
 
@@ -30,7 +31,9 @@ namespace {
 std::atomic<int> creations{0};
 std::atomic<int> failing_creation{0};  // the n-th from now on
 std::atomic<bool> pretended_threads{false};
-std::atomic<time_t> set_time{0};    // 0: the real one
+std::atomic<time_t> set_time{0};  // 0: the real one
+std::atomic<bool> is_time_held{false};
+std::atomic<int> waiting_for_time{0};
 std::atomic<int64_t> time_leap{0};  // seconds by which each look at the clock is later than the one before
 std::atomic<useconds_t> set_pause{0};
 std::atomic<int64_t> asked_pause_us{0};
@@ -86,6 +89,10 @@ extern "C" long syscall(long number, ...) {
 
 extern "C" time_t time(time_t *out) {
     static const auto real = c_librarys<time_t (*)(time_t *)>("time");
+    if (is_time_held) {
+        ++waiting_for_time;
+        is_time_held.wait(true);
+    }
     const time_t set = set_time;
     const time_t now = set != 0 ? set : real(nullptr);
     if (time_leap != 0) {
@@ -460,6 +467,26 @@ TEST(ThreadPoolFork, AChildBeginsWithAnEmptyPool) {
     }
     EXPECT_EQ(status_of(child), 0);
     finish(jobs);
+}
+
+TEST(ThreadPoolFork, HoldsNoChildUpWhileAJobIsHandedOver) {
+    is_time_held = true;
+    static Held held;
+    std::thread caller([] { EXPECT_EQ(held.start(), 0); });
+    ASSERT_TRUE(place::eventually([] { return waiting_for_time == 1; }));
+    const auto hands_over = [] {
+        is_time_held = false;
+        pretended_threads = true;
+        Held own;
+        return own.start() == 0 && own.told == ON_A_WORKER;
+    };
+    EXPECT_TRUE(fork_meanwhile::child_is_well(hands_over, [] {
+        is_time_held = false;
+        is_time_held.notify_all();
+    }));
+    caller.join();
+    EXPECT_TRUE(held.began());
+    EXPECT_TRUE(held.finish());
 }
 
 // The job's own slot is the one that is taken in its child.

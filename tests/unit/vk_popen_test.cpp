@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdarg.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -11,12 +13,45 @@
 #include <velkor/process.h>
 #include <velkor_host.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "support/command_runner.h"
+#include "support/fork_meanwhile.h"
 #include "support/place.h"
+
+// A shell that is slow to start: the list of streams is locked until it has.
+namespace {
+
+struct Shell {
+    std::atomic<bool> is_there;
+    std::atomic<bool> may_go_on;
+};
+
+// Seen by a child that has memory of its own, too.
+Shell *const slow_shell =
+    static_cast<Shell *>(mmap(nullptr, sizeof(Shell), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+std::atomic<bool> is_shell_held{false};
+
+}  // namespace
+
+extern "C" int execl(const char *path, const char *name, ...) noexcept {
+    va_list list;
+    va_start(list, name);
+    const char *const option = va_arg(list, const char *);
+    const char *const command = va_arg(list, const char *);
+    va_end(list);
+    if (is_shell_held) {
+        slow_shell->is_there = true;
+        while (!slow_shell->may_go_on) {
+            usleep(1000);
+        }
+    }
+    const char *const arguments[] = {name, option, command, nullptr};
+    return execv(path, const_cast<char *const *>(arguments));
+}
 
 namespace {
 
@@ -283,6 +318,19 @@ TEST(Popen, IsThreadSafe) {
         thread.join();
     }
     EXPECT_EQ(accounts().blocks, 0U);
+}
+
+TEST(Popen, HoldsNoChildUpThatIsForkedMeanwhile) {
+    is_shell_held = true;
+    std::thread opener([] { EXPECT_EQ(output_of("echo slow"), "slow\n"); });
+    ASSERT_TRUE(place::eventually([] { return slow_shell->is_there.load(); }));
+    const auto works = [] {
+        is_shell_held = false;
+        FILE *const stream = vk_popen("echo x", "r");
+        return stream != nullptr && read_all(stream) == "x\n" && vk_pclose(stream) == 0;
+    };
+    EXPECT_TRUE(fork_meanwhile::child_is_well(works, [] { slow_shell->may_go_on = true; }));
+    opener.join();
 }
 
 TEST(Popen, IsRefusedWithoutMemory) {

@@ -1,4 +1,5 @@
 // The command runner: its life, and plain commands. Pipe commands are in vk_pipe_test.cpp.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,8 +21,28 @@
 
 #include "support/command_runner.h"
 #include "support/coverage.h"
+#include "support/fork_meanwhile.h"
 #include "support/log_capture.h"
 #include "support/place.h"
+
+// Shared memory that is slow to be refused.
+namespace {
+
+std::atomic<bool> is_memory_refused{false};
+std::atomic<bool> is_memory_held{false};
+std::atomic<bool> is_waiting_for_memory{false};
+
+}  // namespace
+
+extern "C" int shmget(key_t key, size_t size, int flags) noexcept {
+    if (is_memory_refused) {
+        is_waiting_for_memory = true;
+        is_memory_held.wait(true);
+        return -1;
+    }
+    static const auto real = reinterpret_cast<int (*)(key_t, size_t, int)>(dlsym(RTLD_NEXT, "shmget"));
+    return real(key, size, flags);
+}
 
 namespace {
 
@@ -511,6 +532,39 @@ TEST(Runner, ServesAForkedChildOfTheCaller) {
     EXPECT_EQ(VkSystem("exit 8"), 8 << 8);
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
+}
+
+// ---- Forked children ----
+
+TEST(VkSystemInit, HoldsNoChildUpThatIsForkedMeanwhile) {
+    command_runner::enter_directory();
+    is_memory_refused = true;
+    is_memory_held = true;
+    std::thread starter([] { EXPECT_EQ(VkSystemInit(), -1); });
+    ASSERT_TRUE(eventually([] { return is_waiting_for_memory.load(); }));
+    const auto has_no_runner = [] { return VkSystem("true") == -1; };
+    EXPECT_TRUE(fork_meanwhile::child_is_well(has_no_runner, [] {
+        is_memory_held = false;
+        is_memory_held.notify_all();
+    }));
+    starter.join();
+}
+
+// The parent's calls are not the child's: nobody there waits for an answer.
+TEST(VkSystemUninit, UnmapsTheAreaInAChildForkedDuringACall) {
+    const Runner runner;
+    std::thread waiting([] { EXPECT_EQ(VkSystem("while [ ! -e /tmp/go ]; do sleep 0.05; done; exit 9"), 9 << 8); });
+    {
+        const Area area;
+        ASSERT_TRUE(eventually([&] { return area.in_use() == 1 && area[0].request == 0; }));
+    }
+    const auto unmaps = [] {
+        const bool was_mapped = place::read_file("/proc/self/maps").find("/SYSV") != std::string::npos;
+        VkSystemUninit();
+        return was_mapped && place::read_file("/proc/self/maps").find("/SYSV") == std::string::npos;
+    };
+    EXPECT_TRUE(fork_meanwhile::child_is_well(unmaps, [] { place::write_file("/tmp/go", ""); }));
+    waiting.join();
 }
 
 TEST(Runner, AnswersMinusOneWhenItCannotStartAThread) {
