@@ -491,14 +491,15 @@ TEST(VkPipeClose, LeavesAChildsStreamAtTheSameAddressAlone) {
     if (child == 0) {
         alarm(20);
         FILE *const stream = VkPipeOpen(IN_TWO_PARTS, "r");
-        const bool is_told = write(told[1], &stream, sizeof stream) == sizeof stream;
+        const auto address = reinterpret_cast<uintptr_t>(stream);
+        const bool is_told = write(told[1], &address, sizeof address) == sizeof address;
         const bool is_whole = stream != nullptr && read_all(stream) == BOTH_PARTS;
         _exit(is_told && is_whole && VkPipeClose(stream) == 0 ? 0 : 1);
     }
-    FILE *childs = nullptr;
+    uintptr_t childs = 0;
     ASSERT_EQ(read(told[0], &childs, sizeof childs), static_cast<ssize_t>(sizeof childs));
     FILE *const stream = VkPipeOpen("echo x", "r");
-    ASSERT_EQ(stream, childs) << "addresses that differ show nothing";
+    ASSERT_EQ(reinterpret_cast<uintptr_t>(stream), childs) << "addresses that differ show nothing";
     EXPECT_EQ(read_all(stream), "x\n");
     EXPECT_EQ(VkPipeClose(stream), 0);
     EXPECT_TRUE(place::exists(pipe_path(1))) << "the child's";
