@@ -203,7 +203,7 @@ void free_slot(dictionary &d, int32_t slot) {
 
 // Whether `copy` is what it should be: NULL for NULL, or a copy. False when there was no memory.
 bool copy_value(const char *value, char *&copy) {
-    copy = value != nullptr ? strdup(value) : nullptr;
+    copy = value != nullptr ? velkor::own_copy(value) : nullptr;
     return value == nullptr || copy != nullptr;
 }
 
@@ -212,7 +212,7 @@ int insert(dictionary &d, const char *key, Tag tag, const char *value) {
         return -1;
     }
     const int32_t slot = lowest_free(d);
-    char *const own_key = slot < d.size ? strdup(key) : nullptr;
+    char *const own_key = slot < d.size ? velkor::own_copy(key) : nullptr;
     char *own_value = nullptr;
     if (own_key == nullptr || !copy_value(value, own_value)) {
         free(own_key);

@@ -4,22 +4,23 @@
 // case. Comments are kept beside the entries, each with the hash of the name that was read last before it.
 #include <errno.h>
 #include <fcntl.h>
-#include <pthread.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <string_view>
 
 #include <velkor/configuration.h>
 
 #include "iniparser_line.h"
 #include "support/dictionary_arrays.h"
-#include "support/lock_guard.h"
 #include "support/number_text.h"
 #include "support/owners.h"
 #include "support/platform.h"
+#include "support/racing_bytes.h"
 #include "support/text_head.h"
 
 using std::string_view;
@@ -34,6 +35,7 @@ namespace {
 
 constexpr size_t TEXT_LENGTH = 1024;
 constexpr size_t BLOCK = 16;
+constexpr size_t TEXT_SIZE = TEXT_LENGTH + BLOCK;
 
 void change_case_of_block(char *block, char first) {
     for (size_t i = 0; i < BLOCK; ++i) {
@@ -42,18 +44,14 @@ void change_case_of_block(char *block, char first) {
     }
 }
 
-// The buffer of a text helper.
-class TextBuffer {
+// What a helper works on, in memory that no other thread knows. Zeros follow the text to the end of its last block.
+class OwnText {
 public:
-    // Every byte: whoever has the buffer may have written anywhere in it.
-    void clear() { memset(text_, 0, sizeof text_); }
-
-    // Clears the old text before it looks at the new one: a helper's own result becomes empty.
-    void copy(const char *from) {
-        memset(text_, 0, length_);
-        length_ = strnlen(from, TEXT_LENGTH);
-        memmove(text_, from, length_);
-        text_[length_] = '\0';
+    explicit OwnText(string_view text) : length_(std::min(text.size(), TEXT_LENGTH)) {
+        // Of a length that it knows to be small the compiler makes one instruction, which takes long to begin.
+        __asm__("" : "+r"(length_));
+        memcpy(text_, text.data(), length_);
+        memset(text_ + length_, 0, BLOCK);
     }
 
     // Turns the letters from `first` on into those of the other case, a block at a time, which the compiler turns into
@@ -65,23 +63,97 @@ public:
     }
 
     void crop() {
-        const size_t length = without_trailing_white({text_, length_}).size();
+        const size_t length = without_trailing_white(view()).size();
         memset(text_ + length, 0, length_ - length);
         length_ = length;
     }
 
-    char *text() { return text_; }
+    const char *get() const { return text_; }
     string_view view() const { return {text_, length_}; }
 
+    // The text with its terminator, in whole blocks.
+    size_t size_in_blocks() const { return length_ / BLOCK * BLOCK + BLOCK; }
+
 private:
-    size_t length_ = 0;
-    char text_[TEXT_LENGTH + BLOCK] = "";
+    size_t length_;
+    alignas(BLOCK) char text_[TEXT_SIZE];
 };
 
-TextBuffer lower_case_buffer;
-TextBuffer upper_case_buffer;
-TextBuffer cropped_buffer;
-TextBuffer stripped_buffer;
+// The buffer of a text helper, which every thread may write to at any time, without a lock. Finished texts alone are
+// copied into it, and nothing that is read here decides where a thread writes next: what two of them leave is a mixture
+// of both, and always ends within the buffer.
+class SharedText {
+public:
+    // Every byte: whoever has the buffer may have written anywhere in it.
+    char *show(const OwnText &text) {
+        put(text, TEXT_SIZE);
+        return text_;
+    }
+
+    // To clear all of the buffer would be a fifth of a look-up.
+    void leave(const OwnText &text) { put(text, std::min(used_.load(std::memory_order_relaxed), TEXT_SIZE)); }
+
+    bool holds(const char *text) const { return address(text) - address(text_) < TEXT_SIZE; }
+
+private:
+    static uintptr_t address(const char *text) { return reinterpret_cast<uintptr_t>(text); }
+
+    void put(const OwnText &text, size_t used) {
+        const size_t size = text.size_in_blocks();
+        velkor::store_racing(text_, text.get(), size);
+        velkor::clear_racing(text_ + size, std::max(used, size) - size);
+        used_.store(size, std::memory_order_relaxed);
+    }
+
+    std::atomic<size_t> used_{0};  // bytes of the text that was put there last, in whole blocks
+    alignas(BLOCK) char text_[TEXT_SIZE] = "";
+};
+
+// Side by side, so that one comparison tells whether a text is in any of them.
+struct {
+    SharedText lower_case;
+    SharedText upper_case;
+    SharedText cropped;
+    SharedText stripped;
+} results;
+
+bool is_in_results(const char *text) {
+    return reinterpret_cast<uintptr_t>(text) - reinterpret_cast<uintptr_t>(&results) < sizeof results;
+}
+
+// A caller's text, to be read more than once. Where it is a helper's result, which other threads may change, it is a
+// copy of that. A helper clears its buffer before it reads: what lies in `cleared` is an empty text.
+class Argument {
+public:
+    explicit Argument(const char *text, const SharedText *cleared = nullptr)
+        : text_(is_in_results(text) ? copy_of_result(text, cleared) : text) {}
+    Argument(const Argument &) = delete;
+    Argument &operator=(const Argument &) = delete;
+
+    const char *get() const { return text_; }
+    string_view head() const { return {text_, strnlen(text_, TEXT_LENGTH)}; }
+
+private:
+    const char *copy_of_result(const char *text, const SharedText *cleared) {
+        size_t length = 0;
+        if (cleared == nullptr || !cleared->holds(text)) {
+            while (length < TEXT_LENGTH && (copy_[length] = velkor::load_racing_byte(text + length)) != '\0') {
+                ++length;
+            }
+        }
+        copy_[length] = '\0';
+        return copy_;
+    }
+
+    char copy_[TEXT_LENGTH + 1];  // used for results alone
+    const char *text_;
+};
+
+OwnText in_lower_case(string_view text) {
+    OwnText own(text);
+    own.change_case('A');
+    return own;
+}
 
 }  // namespace
 
@@ -89,45 +161,46 @@ char *strlwc(const char *text) {
     if (text == nullptr) {
         return nullptr;
     }
-    lower_case_buffer.clear();
-    lower_case_buffer.copy(text);
-    lower_case_buffer.change_case('A');
-    return lower_case_buffer.text();
+    const Argument argument(text, &results.lower_case);
+    return results.lower_case.show(in_lower_case(argument.head()));
 }
 
 char *strupc(const char *text) {
     if (text == nullptr) {
         return nullptr;
     }
-    upper_case_buffer.clear();
-    upper_case_buffer.copy(text);
-    upper_case_buffer.change_case('a');
-    return upper_case_buffer.text();
+    const Argument argument(text, &results.upper_case);
+    OwnText own(argument.head());
+    own.change_case('a');
+    return results.upper_case.show(own);
 }
 
 char *strskp(const char *text) {
-    return text != nullptr ? const_cast<char *>(without_leading_white(text).data()) : nullptr;
+    while (text != nullptr && velkor::ini::is_white(velkor::load_racing_byte(text))) {
+        ++text;
+    }
+    return const_cast<char *>(text);
 }
 
 char *strcrop(const char *text) {
     if (text == nullptr) {
         return nullptr;
     }
-    cropped_buffer.clear();
-    cropped_buffer.copy(text);
-    cropped_buffer.crop();
-    return cropped_buffer.text();
+    const Argument argument(text, &results.cropped);
+    OwnText own(argument.head());
+    own.crop();
+    return results.cropped.show(own);
 }
 
 char *strstrip(const char *text) {
     if (text == nullptr) {
         return nullptr;
     }
-    const char *const begin = strskp(text);
-    stripped_buffer.clear();
-    stripped_buffer.copy(begin);
-    stripped_buffer.crop();
-    return stripped_buffer.text();
+    const Argument argument(text, &results.stripped);
+    const char *const begin = strskp(argument.get());
+    OwnText own({begin, strnlen(begin, TEXT_LENGTH)});
+    own.crop();
+    return results.stripped.show(own);
 }
 
 // ---- Names --------------------------------------------------------------------------------------------------------
@@ -225,7 +298,7 @@ bool add_comment(dictionary &d, uint32_t anchor, const char *text, unsigned char
     }
     const bool is_empty = text == nullptr || *text == '\0';
     const int32_t slot = lowest_free_comment(d);
-    char *const own_text = is_empty ? nullptr : strdup(text);
+    char *const own_text = is_empty ? nullptr : velkor::own_copy(text);
     if (slot == NO_SLOT || (own_text == nullptr && !is_empty)) {
         free(own_text);
         return false;
@@ -247,24 +320,30 @@ int iniparser_add_comment(dictionary *d, const char *section, const char *key, c
     return add_comment(*d, anchor_of(section, key), text, kind) ? 0 : -1;
 }
 
-// ---- The lock of the text helpers' buffers ------------------------------------------------------------------------
+// ---- The name that was lowered last -------------------------------------------------------------------------------
 
 namespace {
 
-pthread_mutex_t parser_lock = PTHREAD_MUTEX_INITIALIZER;
+// Names are left one at a time, and nobody waits for that: a thread that finds another one at it leaves none, as if it
+// had come first and the other's name had taken the place of its own.
+std::atomic<bool> is_name_being_left{false};
 
 __attribute__((constructor)) void survive_fork() {
-    velkor::when_forked([] { parser_lock = PTHREAD_MUTEX_INITIALIZER; });
+    velkor::when_forked([] { is_name_being_left.store(false, std::memory_order_relaxed); });
 }
 
-// Lower-cases a text in strlwc()'s buffer and takes it out of there, before the next caller clears it. To clear all of
-// the buffer would be a fifth of a look-up.
-template <size_t SIZE>
-BoundedText<SIZE> lower_case(const char *text) {
-    const velkor::LockGuard guard(parser_lock);
-    lower_case_buffer.copy(text);
-    lower_case_buffer.change_case('A');
-    return BoundedText<SIZE>(lower_case_buffer.view());
+// strlwc()'s buffer is where callers have always found it.
+void leave_name(const OwnText &name) {
+    if (!is_name_being_left.exchange(true, std::memory_order_acquire)) {
+        results.lower_case.leave(name);
+        is_name_being_left.store(false, std::memory_order_release);
+    }
+}
+
+OwnText lower_name(string_view text) {
+    const OwnText name = in_lower_case(text);
+    leave_name(name);
+    return name;
 }
 
 }  // namespace
@@ -350,12 +429,12 @@ private:
 
     bool take_section(const velkor::ini::Line &line) {
         key_.clear();
-        section_ = lower_case<FIELD_LENGTH + 1>(Field(line.name).get());
+        section_ = Field(lower_name(line.name).view());
         return add_entry(nullptr, nullptr) && add_trailing(line.trailing);
     }
 
     bool take_setting(const velkor::ini::Line &line) {
-        key_ = lower_case<FIELD_LENGTH + 1>(Field(without_trailing_white(line.name)).get());
+        key_ = Field(lower_name(without_trailing_white(line.name)).view());
         const bool is_pair_of_quotes = line.value == "\"\"" || line.value == "''";
         const Field value(is_pair_of_quotes ? string_view() : without_trailing_white(line.value));
         return add_entry(key_.get(), value.get()) && add_trailing(line.trailing);
@@ -419,7 +498,10 @@ void iniparser_freedict(dictionary *d) { dictionary_del(d); }
 namespace {
 
 // The name under which a key is stored.
-BoundedText<TEXT_LENGTH + 1> lookup_name(const char *key) { return lower_case<TEXT_LENGTH + 1>(key); }
+OwnText lookup_name(const char *key) {
+    const Argument argument(key, &results.lower_case);
+    return lower_name(argument.head());
+}
 
 }  // namespace
 
@@ -468,7 +550,8 @@ int iniparser_setstr(dictionary *d, const char *key, const char *value) {
     if (key == nullptr) {
         return 1;
     }
-    const int result = dictionary_set(d, lookup_name(key).get(), value);
+    const OwnText name = lookup_name(key);
+    const int result = dictionary_set(d, name.get(), Argument(value).get());
     return result >= 0 ? result : 1;
 }
 

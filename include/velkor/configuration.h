@@ -175,8 +175,12 @@ VELKOR_API void dictionary_dump(const dictionary *d, FILE *out);
 
 /** @name Text helpers
  * Each has one buffer of 1025 bytes for the whole process, which it clears before it reads its argument: the result
- * holds until the next call of the same helper from any thread, and a helper's own result makes an empty text. Not
- * thread-safe. NULL gives NULL. White space is space, tab, newline, vertical tab, form feed and carriage return. @{ */
+ * holds until the next call of the same helper from any thread, and a helper's own result makes an empty text. NULL
+ * gives NULL. White space is space, tab, newline, vertical tab, form feed and carriage return.
+ *
+ * Threads that call one helper at the same moment find a mixture of their results, which ends within the buffer. The
+ * functions for INI files below leave the name that they lowered last in the buffer of strlwc(), and do not depend on it:
+ * they may be called meanwhile. @{ */
 
 /** The first 1024 characters of @p text in lower case. */
 VELKOR_API char *strlwc(const char *text);

@@ -1,7 +1,9 @@
 // The arrays of a dictionary, for the files that walk them.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <limits>
@@ -18,6 +20,18 @@ inline int32_t entry_slots(const dictionary &d) {
 inline int32_t comment_slots(const dictionary &d) {
     return d.comment_texts != nullptr && d.comment_anchors != nullptr && d.comment_kinds != nullptr ? d.comment_size
                                                                                                     : 0;
+}
+
+// strdup() that ends its copy itself: where the text is a helper's result, another thread may take its end away
+// meanwhile.
+inline char *own_copy(const char *text) {
+    const size_t length = strlen(text);
+    auto *const copy = static_cast<char *>(malloc(length + 1));
+    if (copy != nullptr) {
+        memcpy(copy, text, length);
+        copy[length] = '\0';
+    }
+    return copy;
 }
 
 // Whether a slot holds a section: its name has no ':'. A free slot holds nothing.

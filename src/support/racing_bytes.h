@@ -20,6 +20,12 @@ inline void store_racing(char *to, const char *from, size_t size) {
     }
 }
 
+inline void clear_racing(char *to, size_t size) {
+    for (size_t i = 0; i < size; i += sizeof(RacingWord)) {
+        __atomic_store_n(reinterpret_cast<RacingWord *>(to + i), 0, __ATOMIC_RELAXED);
+    }
+}
+
 inline void load_racing(char *to, const char *from, size_t size) {
     for (size_t i = 0; i < size; i += sizeof(RacingWord)) {
         const RacingWord word = __atomic_load_n(reinterpret_cast<const RacingWord *>(from + i), __ATOMIC_RELAXED);

@@ -1,11 +1,8 @@
 // INI files read, looked up and changed: what each kind of line becomes, and every answer.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <string.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <velkor/configuration.h>
 
@@ -623,7 +620,7 @@ TEST(IniSections, HavePlaceholdersThatAnswerZero) {
     EXPECT_EQ(iniparser_sec_getLowLever(nullptr), 0);
 }
 
-// ---- Threads and processes ----
+// ---- Threads ----
 
 TEST(IniThreads, ReadOneDictionaryTogetherWhileOthersLoadTheirOwn) {
     const Owned d = load("[Net]\nIP = 1.2.3.4\nPort = 80\nDHCP = yes\n");
@@ -649,65 +646,6 @@ TEST(IniThreads, ReadOneDictionaryTogetherWhileOthersLoadTheirOwn) {
         thread.join();
     }
     EXPECT_EQ(wrong, 0);
-}
-
-// A text that cannot be read until it is released: its reader waits in a signal handler, in the middle of the text.
-class HeldText {
-public:
-    HeldText() : page_(mmap(nullptr, LENGTH, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {
-        EXPECT_NE(page_, MAP_FAILED);
-        EXPECT_EQ(pipe(release_pipe_), 0);
-        struct sigaction action = {};
-        action.sa_handler = [](int) {
-            char byte;
-            has_reader_ = true;
-            while (read(release_pipe_[0], &byte, 1) < 0) {
-            }
-        };
-        EXPECT_EQ(sigaction(SIGSEGV, &action, &before_), 0);
-    }
-    ~HeldText() {
-        sigaction(SIGSEGV, &before_, nullptr);
-        munmap(page_, LENGTH);
-        close(release_pipe_[0]);
-        close(release_pipe_[1]);
-    }
-    HeldText(const HeldText &) = delete;
-    HeldText &operator=(const HeldText &) = delete;
-
-    const char *get() const { return static_cast<const char *>(page_); }
-    static bool has_reader() { return has_reader_; }
-
-    // From now on it is an empty text.
-    void release() const {
-        EXPECT_EQ(mprotect(page_, LENGTH, PROT_READ), 0);
-        EXPECT_EQ(write(release_pipe_[1], "", 1), 1);
-    }
-
-private:
-    static constexpr size_t LENGTH = 65536;
-    static inline std::atomic<bool> has_reader_ = false;
-    static inline int release_pipe_[2];
-    void *page_;
-    struct sigaction before_;
-};
-
-TEST(IniFork, AChildLooksUpThoughAnotherThreadWasInTheMiddleOfIt) {
-    const Owned d = load("[s]\nk = v\n");
-    const HeldText key;
-    std::thread reader([&] { EXPECT_EQ(iniparser_getstr(d.get(), key.get()), nullptr); });
-    ASSERT_TRUE(place::eventually([] { return HeldText::has_reader(); }));
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(20);
-        const char *const value = iniparser_getstr(d.get(), "S:K");
-        _exit(value != nullptr && value[0] == 'v' ? 0 : 1);
-    }
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-    key.release();
-    reader.join();
 }
 
 }  // namespace
