@@ -1,8 +1,11 @@
 // INI files: writing them back, and printing what was loaded.
+#include <fcntl.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
+#include <optional>
 #include <string_view>
 
 #include <velkor/configuration.h>
@@ -18,9 +21,14 @@ using velkor::text_head;
 
 namespace {
 
+// Whether what is written goes to where the stream was moved: not on a pipe or a terminal, nor where it appends.
+bool can_overwrite(FILE *stream) {
+    const int flags = fcntl(fileno(stream), F_GETFL);  // -1 for a stream in memory, which has no descriptor
+    return (flags == -1 || (flags & O_APPEND) == 0) && fseek(stream, 0, SEEK_CUR) == 0;
+}
+
 // Gathers what goes to a stream. The last byte is always held back, so that a trailing comment can take the place of
-// the newline before it without the stream being moved: that would cost two system calls for each comment, and a
-// pipe cannot do it.
+// the newline before it without the stream being moved: that would cost two system calls for each comment.
 class Output {
 public:
     explicit Output(FILE *stream) : stream_(stream) {}
@@ -40,13 +48,17 @@ public:
         }
     }
 
-    // What follows overwrites the byte before it. Only where nothing was put yet is that a byte of the caller's.
+    // What follows overwrites the byte before it, where the stream lets it. Only where nothing was put yet is that a
+    // byte of the caller's.
     void step_back() {
-        if (used_ > 0) {
-            --used_;
-        } else {
+        if (used_ == 0) {
             fseek(stream_, -1, SEEK_CUR);
+            return;
         }
+        if (!can_overwrite_) {
+            can_overwrite_ = can_overwrite(stream_);
+        }
+        used_ -= *can_overwrite_ ? size_t{1} : size_t{0};
     }
 
 private:
@@ -57,6 +69,7 @@ private:
     }
 
     FILE *stream_;
+    std::optional<bool> can_overwrite_;  // not asked before it matters
     size_t used_ = 0;
     char buffer_[4096];
 };

@@ -203,7 +203,7 @@ VELKOR_API char *strstrip(const char *text);
 
 /** A line that begins with ';' or '#'. Written as it is, with its newline. */
 #define COMMENT_LINE 1
-/** Text behind a section or setting. Joins the end of the line before it, without a space. */
+/** Text behind a section or setting. Joins the end of the line before it, without a space, where the stream can seek. */
 #define COMMENT_TRAILING 2
 /** A comment line with white space before it. Written after four spaces, with its newline. */
 #define COMMENT_INDENTED 3
@@ -322,13 +322,12 @@ VELKOR_API void iniparser_dump(const dictionary *d, FILE *out);
  * section. Surprises, of which `velkor ini diff` shows which concern a file:
  * - settings before the first section are not written when there is a section;
  * - without any section each setting is written twice, with its leading ':';
- * - blank lines end in CR LF, comments behind a value lose the space before them.
- *
- * A stream that stands behind something must be able to move back by a byte if a comment of the head has
- * #COMMENT_TRAILING as its kind, which no loaded file has.
+ * - blank lines end in CR LF, comments behind a value lose the space before them;
+ * - a comment behind a section or a value is on a line of its own where the newline before it cannot be taken back: on a
+ *   pipe or a terminal, and on a stream that appends. Write to a file, or to memory, what is to be loaded again.
  *
  * @param d    the dictionary
- * @param out  any stream: the bytes are the same where it cannot seek, and where it only appends
+ * @param out  any stream
  */
 VELKOR_API void iniparser_dump_ini(const dictionary *d, FILE *out);
 
