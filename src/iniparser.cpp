@@ -18,10 +18,12 @@
 #include "iniparser_line.h"
 #include "support/dictionary_arrays.h"
 #include "support/number_text.h"
+#include "support/open_file.h"
 #include "support/owners.h"
 #include "support/platform.h"
 #include "support/racing_bytes.h"
 #include "support/text_head.h"
+#include "support/uninterrupted.h"
 
 using std::string_view;
 using velkor::text_head;
@@ -352,6 +354,9 @@ OwnText lower_name(string_view text) {
 
 namespace {
 
+// What is no file on a disk may have nothing to say yet, or never: a FIFO that nobody writes to, a terminal.
+constexpr int LONGEST_SILENCE_MS = 5000;
+
 // A file in pieces: up to a newline or to 1023 characters, as fgets() gives them.
 class PieceReader {
 public:
@@ -377,6 +382,9 @@ public:
         return piece;
     }
 
+    // Whether the end is not that of the file, but nothing came for too long.
+    bool was_silent() const { return was_silent_; }
+
 private:
     static constexpr size_t PIECE_LENGTH = 1023;
 
@@ -388,14 +396,35 @@ private:
         end_ -= begin_;
         begin_ = 0;
         while (end_ < wanted && !has_ended_) {
-            const ssize_t length = read(file_, buffer_ + end_, sizeof buffer_ - end_);
+            const ssize_t length = read_what_comes();
             end_ += static_cast<size_t>(std::max<ssize_t>(length, 0));
-            has_ended_ = length == 0 || (length < 0 && errno != EINTR);
+            has_ended_ = length <= 0;
         }
     }
 
+    ssize_t read_what_comes() {
+        for (;;) {
+            const ssize_t length =
+                velkor::uninterrupted([&] { return read(file_, buffer_ + end_, sizeof buffer_ - end_); });
+            if (!comes_later(length)) {
+                has_begun_ = true;
+                return length;
+            }
+            was_silent_ = velkor::wait_readable(file_, LONGEST_SILENCE_MS) <= 0;
+            if (was_silent_) {
+                return 0;
+            }
+            has_begun_ = true;
+        }
+    }
+
+    // A FIFO seems to be at its end as long as nobody has begun to write to it.
+    bool comes_later(ssize_t length) const { return length < 0 ? errno == EAGAIN : length == 0 && !has_begun_; }
+
     int file_;
+    bool has_begun_ = false;
     bool has_ended_ = false;
+    bool was_silent_ = false;
     size_t begin_ = 0;
     size_t end_ = 0;
     char buffer_[4096];
@@ -475,14 +504,14 @@ bool load_lines(int file, dictionary &d) {
             return false;
         }
     }
-    return true;
+    return !pieces.was_silent();
 }
 
 }  // namespace
 
 // Half a configuration is worse than none: a caller that writes it back would lose the rest.
 dictionary *iniparser_load(const char *path) {
-    const velkor::OwnedDescriptor file(path != nullptr ? open(path, O_RDONLY | O_CLOEXEC) : -1);
+    const velkor::OwnedDescriptor file(path != nullptr ? velkor::open_file(path, O_RDONLY) : -1);
     dictionary *const d = file ? dictionary_new(0) : nullptr;
     if (d != nullptr && !load_lines(file.get(), *d)) {
         dictionary_del(d);

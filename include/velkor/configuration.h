@@ -222,9 +222,10 @@ VELKOR_API char *strstrip(const char *text);
  * Each comment is anchored to the section and setting read last before it, and is written back after them. A line
  * that could not be read counts as such a setting too.
  *
- * @param path  the file; also a FIFO, which is read once from begin to end
- * @return the file's dictionary, to be released with iniparser_freedict(). NULL when the file cannot be opened, or
- *         when there is no memory for all of it. A file that can be opened but not read reads as empty.
+ * @param path  the file; also a FIFO, a pipe or a terminal, which is read once from begin to end
+ * @return the file's dictionary, to be released with iniparser_freedict(). NULL when the file cannot be opened, when
+ *         there is no memory for all of it, or when a FIFO, pipe or terminal has neither a byte more nor an end for five
+ *         seconds. A file that can be opened but not read reads as empty.
  */
 VELKOR_API dictionary *iniparser_load(const char *path);
 

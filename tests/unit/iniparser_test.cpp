@@ -1,8 +1,13 @@
 // INI files read, looked up and changed: what each kind of line becomes, and every answer.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <time.h>
 #include <unistd.h>
 #include <velkor/configuration.h>
 
@@ -20,8 +25,29 @@
 
 namespace {
 
+int shortest_silence = -1;  // milliseconds that a wait lasts here; negative: as long as it is asked to
+int asked_silence = -1;
+
+}  // namespace
+
+// What the parser waits with.
+extern "C" int poll(struct pollfd *waiting, nfds_t count, int milliseconds) {
+    asked_silence = milliseconds;
+    const int64_t length = shortest_silence >= 0 ? shortest_silence : milliseconds;
+    const struct timespec time = {static_cast<time_t>(length / 1000), static_cast<long>(length % 1000) * 1000000};
+    return ppoll(waiting, count, length >= 0 ? &time : nullptr, nullptr);
+}
+
+namespace {
+
 using ini::Owned;
 using namespace std::string_literals;
+
+int bytes_waiting(int descriptor) {
+    int count = -1;
+    EXPECT_EQ(ioctl(descriptor, FIONREAD, &count), 0);
+    return count;
+}
 
 constexpr const char *FILE_PATH = "/tmp/test.ini";
 
@@ -311,6 +337,77 @@ TEST(IniLoad, ReadsAFifoOnceAndLosesNothing) {
     const Owned d(iniparser_load("/tmp/fifo"));
     writer.join();
     EXPECT_EQ(entries(d), "[s]=UNDEF\n[s:a]=[1]\n");
+}
+
+// ---- What is no file ----
+
+TEST(IniLoad, DoesNotWaitForEverForAFifoThatNobodyWritesTo) {
+    ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
+    shortest_silence = 20;
+    EXPECT_EQ(iniparser_load("/tmp/fifo"), nullptr);
+    EXPECT_EQ(asked_silence, 5000);
+}
+
+TEST(IniLoad, DoesNotWaitForEverForAFifoWhoseWriterIsSilent) {
+    ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
+    const int writer = open("/tmp/fifo", O_RDWR);
+    ASSERT_EQ(write(writer, "[s]\na = 1\n", 10), 10);
+    shortest_silence = 20;
+    EXPECT_EQ(iniparser_load("/tmp/fifo"), nullptr) << "half a configuration is none";
+    EXPECT_EQ(asked_silence, 5000);
+    close(writer);
+}
+
+TEST(IniLoad, DoesNotWaitForEverForATerminal) {
+    const place::Terminal terminal;
+    shortest_silence = 20;
+    EXPECT_EQ(iniparser_load(terminal.path().c_str()), nullptr);
+}
+
+TEST(IniLoad, ReadsATerminalAndDoesNotMakeItTheControllingOne) {
+    const place::Terminal terminal;
+    struct termios settings;
+    ASSERT_EQ(tcgetattr(terminal.descriptor(), &settings), 0);
+    settings.c_lflag |= ICANON;  // so that there is a character for the end
+    settings.c_cc[VEOF] = 4;
+    ASSERT_EQ(tcsetattr(terminal.descriptor(), TCSANOW, &settings), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        setsid();
+        const Owned d(iniparser_load(terminal.path().c_str()));
+        _exit(d != nullptr && iniparser_getint(d.get(), "s:a", 0) == 1 && open("/dev/tty", O_RDWR) < 0 ? 0 : 1);
+    }
+    constexpr const char TYPED[] = "[s]\na = 1\n\x04";
+    ASSERT_EQ(write(terminal.descriptor(), TYPED, sizeof TYPED - 1), static_cast<ssize_t>(sizeof TYPED - 1));
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+TEST(IniLoad, ReadsAPipeThatComesInPieces) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    std::thread writer([&] {
+        for (const char *const piece : {"[s", "]\na ", "= 1", "\nb = 2\n"}) {
+            EXPECT_TRUE(place::eventually([&] { return bytes_waiting(ends[0]) == 0; }));
+            EXPECT_EQ(write(ends[1], piece, strlen(piece)), static_cast<ssize_t>(strlen(piece)));
+        }
+        close(ends[1]);
+    });
+    const Owned d(iniparser_load(("/proc/self/fd/" + std::to_string(ends[0])).c_str()));
+    writer.join();
+    close(ends[0]);
+    EXPECT_EQ(entries(d), "[s]=UNDEF\n[s:a]=[1]\n[s:b]=[2]\n");
+}
+
+TEST(IniLoad, ReadsAPipeWithoutWriterAsEmpty) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    close(ends[1]);
+    EXPECT_EQ(entries(Owned(iniparser_load(("/proc/self/fd/" + std::to_string(ends[0])).c_str()))), "");
+    close(ends[0]);
+    EXPECT_EQ(entries(Owned(iniparser_load("/dev/null"))), "");
 }
 
 TEST(IniLoad, LeavesNoDescriptorOpen) {
