@@ -179,8 +179,8 @@ VELKOR_API void dictionary_dump(const dictionary *d, FILE *out);
  * gives NULL. White space is space, tab, newline, vertical tab, form feed and carriage return.
  *
  * Threads that call one helper at the same moment find a mixture of their results, which ends within the buffer. The
- * functions for INI files below leave the name that they lowered last in the buffer of strlwc(), and do not depend on it:
- * they may be called meanwhile. @{ */
+ * functions for INI files below leave the name that they lowered last in the buffer of strlwc(), and do not depend on
+ * it: they may be called meanwhile. @{ */
 
 /** The first 1024 characters of @p text in lower case. */
 VELKOR_API char *strlwc(const char *text);
@@ -203,7 +203,7 @@ VELKOR_API char *strstrip(const char *text);
 
 /** A line that begins with ';' or '#'. Written as it is, with its newline. */
 #define COMMENT_LINE 1
-/** Text behind a section or setting. Joins the end of the line before it, without a space, where the stream can seek. */
+/** Text behind a section or setting. Joins the end of the line before it, without a space, where streams can seek. */
 #define COMMENT_TRAILING 2
 /** A comment line with white space before it. Written after four spaces, with its newline. */
 #define COMMENT_INDENTED 3
@@ -224,8 +224,8 @@ VELKOR_API char *strstrip(const char *text);
  *
  * @param path  the file; also a FIFO, a pipe or a terminal, which is read once from begin to end
  * @return the file's dictionary, to be released with iniparser_freedict(). NULL when the file cannot be opened, when
- *         there is no memory for all of it, or when a FIFO, pipe or terminal has neither a byte more nor an end for five
- *         seconds. A file that can be opened but not read reads as empty.
+ *         there is no memory for all of it, or when nothing comes of a FIFO, pipe or terminal for five seconds, not
+ *         even its end. A file that can be opened but not read reads as empty.
  */
 VELKOR_API dictionary *iniparser_load(const char *path);
 
@@ -324,8 +324,8 @@ VELKOR_API void iniparser_dump(const dictionary *d, FILE *out);
  * - settings before the first section are not written when there is a section;
  * - without any section each setting is written twice, with its leading ':';
  * - blank lines end in CR LF, comments behind a value lose the space before them;
- * - a comment behind a section or a value is on a line of its own where the newline before it cannot be taken back: on a
- *   pipe or a terminal, and on a stream that appends. Write to a file, or to memory, what is to be loaded again.
+ * - a comment behind a section or a value is on a line of its own where the newline before it cannot be taken back:
+ *   on a pipe or a terminal, and on a stream that appends. Write to a file, or to memory, what is to be loaded again.
  *
  * @param d    the dictionary
  * @param out  any stream

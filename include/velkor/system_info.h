@@ -12,8 +12,11 @@
  *   time**: it never closes the stream that it opens. At once a second a process with the usual limit of 1024
  *   descriptors has none left after a quarter of an hour, and then every other part of it fails as well.
  *
- * Percentages are doubles, -1.0 when the value could not be read. The kernel's counters have 64 bits; where a record
- * here has 32, it holds the low ones, on every platform.
+ * Percentages are doubles, -1.0 where it is said that a value could not be read. **A share of nothing is what the
+ * division gives:** with a total of 0, or counters that stood still, no number (NaN) or infinity. Ask isfinite() before
+ * printing one.
+ *
+ * The kernel's counters have 64 bits; where a record here has 32, it holds the low ones, on every platform.
  */
 #ifndef VELKOR_SYSTEM_INFO_H
 #define VELKOR_SYSTEM_INFO_H
@@ -35,18 +38,24 @@ VELKOR_BEGIN_C
  *
  * @param out  six words in KiB: [0] total, [1] 0, [2] free, [3] 0, [4] and [5] the fourth and fifth line of
  *             /proc/meminfo (buffers and cache). NULL is allowed
- * @return per cent; -1.0 when /proc/meminfo cannot be opened, or names no total
+ * @return per cent; -1.0 when /proc/meminfo cannot be opened. When it names no total, or one of 0, no number, or
+ *         infinity where it names something free
  */
 VELKOR_API double GetMemInfoV2(uint32_t *out);
 
 /** GetMemInfoV2() with two words of its six, in KiB: @p total and @p free_kib. Both may be NULL. */
 VELKOR_API double GetMemInfo(uint32_t *total, uint32_t *free_kib);
 
-/** Per cent of the root file system that an ordinary user cannot write to any more; -1.0 when it cannot be told. */
+/**
+ * Per cent of the root file system that an ordinary user cannot write to any more.
+ *
+ * @return per cent; -1.0 when the system cannot tell, or tells a block size of 0. No number for a file system without
+ *         blocks, such as that of a container may be
+ */
 VELKOR_API double GetFlashInfo(void);
 
 /**
- * GetCpuInfo() into @p cpu, GetMemInfo() into @p memory and GetFlashInfo() into @p flash, per cent. Thread-safe. What
+ * GetMemInfo() into @p memory, GetCpuInfo() into @p cpu and GetFlashInfo() into @p flash, per cent. Thread-safe. What
  * is NULL is not written.
  */
 VELKOR_API void GetSystemInfo(double *cpu, double *memory, double *flash);
@@ -81,12 +90,15 @@ VELKOR_API char *skip_whitespace(const char *text);
  */
 VELKOR_API int GetCpuData(uint32_t *out);
 
-/** Busy per cent of the last CalCPUDataTimer(): 0 before the first. */
+/** Busy per cent of the last CalCPUDataTimer(), 0 before the first. May be no number. */
 extern VELKOR_API double g_dCpuUsage;
 
 /**
- * Measure for a second, in which the caller sleeps, and leave the result in #g_dCpuUsage: -1.0 when there was nothing
- * to read, or the counters stood still.
+ * Measure for a second, in which the caller sleeps whatever signals come, and leave the result in #g_dCpuUsage: no
+ * number when neither the busy nor the idle counters went on.
+ *
+ * **The result is stored after a failure, too:** a reading that failed counts as zeros, so that the stored number means
+ * nothing.
  *
  * @return what the second GetCpuData() answered
  */
@@ -168,8 +180,9 @@ VELKOR_API int GetCpuInfoNew(double *idle, double *iowait);
  *
  * @param idle  0 to 100; NULL is allowed. Not written when the call came in the same second as the last sample, and
  *              when /proc/stat cannot be opened (which is logged)
- * @retval 0   in all these cases
- * @retval -1  /proc/stat begins with a line that holds no number at all
+ * @retval 0   in all these cases; also when the first line of /proc/stat is not the processor's, which counts as zeros
+ * @retval -1  that line ends before its first number: it is "cpu", or the beginning of that word, and white space at
+ *             most (which is logged)
  */
 VELKOR_API int GetCpuIdle(uint32_t *idle);
 /** @} */
@@ -188,8 +201,9 @@ enum velkor_link {
 /**
  * The link of port ethN.
  *
- * **When the transceiver cannot be asked either, the socket is closed twice.** A descriptor of the same number that
- * another thread opens between the two is closed instead.
+ * **When the driver tells neither the link nor the transceiver's address, the socket is closed twice:** by
+ * detect_mii(), and here. A descriptor of the same number that another thread opens between the two is closed instead.
+ * When the address is known and the status cannot be read, the socket is closed once.
  *
  * @param number  N, at most 8; a negative one makes a name such as "eth-1"
  * @return ::velkor_link
@@ -210,8 +224,8 @@ VELKOR_API int detect_ethtool(int socket, const char *interface);
  * The link as the transceiver's basic status register has it (IEEE 802.3, 22.2.4.2): up when it reports a link and
  * neither jabber nor a remote fault.
  *
- * **Closes the socket when the driver does not tell the transceiver's address.** Every failure is told on standard
- * error.
+ * **Closes the socket when the driver does not tell the transceiver's address,** and leaves it open in every other
+ * case. Every failure is told on standard error.
  *
  * @param socket     any socket
  * @param interface  the interface's name, of which the first 16 characters count

@@ -1,10 +1,10 @@
 // The processor's load, in three ways that keep their own state: a sample of one second, two samples driven by a
 // caller's timer, and the difference to the last time.
 #include <errno.h>
+#include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -13,7 +13,9 @@
 #include <velkor/system_info.h>
 
 #include "support/log.h"
+#include "support/open_file.h"
 #include "support/owners.h"
+#include "support/pause.h"
 #include "support/racing_bytes.h"
 
 double g_dCpuUsage = 0;
@@ -21,8 +23,7 @@ velkor_cpu_timer g_stCpuInfo = {};
 
 namespace {
 
-constexpr const char *COUNTERS_FILE = "/proc/stat";
-constexpr double UNAVAILABLE = -1.0;
+FILE *open_counters_file() { return velkor::open_file_stream("/proc/stat", O_RDONLY, "r"); }
 
 struct FirstBytes {
     char text[256];
@@ -30,7 +31,7 @@ struct FirstBytes {
 
 // The head of the counters' file; what fails is said on standard error.
 bool read_counters_file(FirstBytes &head) {
-    const velkor::OwnedStream file(fopen(COUNTERS_FILE, "r"));
+    const velkor::OwnedStream file(open_counters_file());
     if (!file) {
         perror("fopen");
         return false;
@@ -78,22 +79,23 @@ namespace {
 
 enum CounterIndex { USER, NICE, SYSTEM, IDLE };
 
+// Divides whatever has passed: nothing by nothing is no number.
 double busy_percent(const uint32_t (&before)[VELKOR_CPU_WORDS], const uint32_t (&after)[VELKOR_CPU_WORDS]) {
     const auto passed = [&](CounterIndex counter) { return static_cast<double>(after[counter] - before[counter]); };
     const double busy = passed(USER) + passed(NICE) + passed(SYSTEM);
-    const double all = busy + passed(IDLE);
-    return all != 0 ? busy * 100.0 / all : UNAVAILABLE;
+    return busy * 100.0 / (busy + passed(IDLE));
 }
 
 }  // namespace
 
+// Counters that could not be read are zeros, and the result is computed all the same.
 int CalCPUDataTimer() {
     uint32_t before[VELKOR_CPU_WORDS] = {};
     uint32_t after[VELKOR_CPU_WORDS] = {};
     GetCpuData(before);
-    sleep(1);
+    velkor::pause_for_us(1000000);
     const int result = GetCpuData(after);
-    store_shared(g_dCpuUsage, result == 0 ? busy_percent(before, after) : UNAVAILABLE);
+    store_shared(g_dCpuUsage, busy_percent(before, after));
     return result;
 }
 
@@ -223,7 +225,7 @@ int GetCpuIdle(uint32_t *idle) {
         return 0;
     }
     // The stream stays open for good: see the header.
-    FILE *const file = fopen(COUNTERS_FILE, "re");
+    FILE *const file = open_counters_file();
     if (file == nullptr) {
         VK_LOG("[%s:%d]-open /proc/stat error. errno=%d\n", "GetCpuIdle", __LINE__, errno);
         return 0;

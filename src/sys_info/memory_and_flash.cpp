@@ -1,14 +1,16 @@
 // Memory, flash, and what a process holds of the memory.
 #include <errno.h>
+#include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/vfs.h>
 
 #include <velkor/system_info.h>
 
 #include "support/log.h"
+#include "support/number_text.h"
+#include "support/open_file.h"
 #include "support/owners.h"
 
 namespace {
@@ -24,7 +26,7 @@ uint32_t read_value(FILE *file) {
 
 // The third line is nobody's.
 bool read_memory_words(uint32_t (&words)[VELKOR_MEMORY_WORDS]) {
-    const velkor::OwnedStream file(fopen("/proc/meminfo", "r"));
+    const velkor::OwnedStream file(velkor::open_file_stream("/proc/meminfo", O_RDONLY, "r"));
     if (!file) {
         perror("fopen");
         return false;
@@ -49,7 +51,7 @@ double GetMemInfoV2(uint32_t *out) {
     }
     const uint32_t total = words[0];
     const uint32_t taken = total - words[2];
-    return total != 0 ? taken * 100.0 / total : UNAVAILABLE;
+    return taken * 100.0 / total;  // of nothing: no number, or infinity
 }
 
 double GetMemInfo(uint32_t *total, uint32_t *free_kib) {
@@ -66,7 +68,7 @@ double GetMemInfo(uint32_t *total, uint32_t *free_kib) {
 
 double GetFlashInfo() {
     struct statfs root;
-    if (statfs("/", &root) != 0 || root.f_bsize == 0 || root.f_blocks == 0) {
+    if (statfs("/", &root) != 0 || root.f_bsize == 0) {
         return UNAVAILABLE;
     }
     const auto total = static_cast<double>(root.f_blocks);
@@ -99,7 +101,7 @@ namespace {
 
 constexpr size_t EIGHTH_WORD = 7 * sizeof(uint32_t);
 
-void add_to_eighth_word(void *record, long kib) {
+void add_to_eighth_word(void *record, int kib) {
     char *const place = static_cast<char *>(record) + EIGHTH_WORD;
     uint32_t sum;
     memcpy(&sum, place, sizeof sum);
@@ -115,7 +117,7 @@ int GetProcRss(int process, void *record) {
     }
     char path[32];
     snprintf(path, sizeof path, "/proc/%d/status", process);
-    const velkor::OwnedStream file(fopen(path, "r"));
+    const velkor::OwnedStream file(velkor::open_file_stream(path, O_RDONLY, "r"));
     if (!file) {
         VK_LOG("[%s:%d]-fopen error. errno=%d\n", "GetProcRss", __LINE__, errno);
         return -1;
@@ -125,7 +127,7 @@ int GetProcRss(int process, void *record) {
     while (fgets(line, sizeof line, file.get()) != nullptr) {
         const char *const tag = strstr(line, TAG);
         if (tag != nullptr) {
-            add_to_eighth_word(record, atol(skip_whitespace(tag + sizeof TAG - 1)));
+            add_to_eighth_word(record, velkor::number_of(skip_whitespace(tag + sizeof TAG - 1)));
         }
     }
     return 0;

@@ -13,6 +13,8 @@
 
 #include <string>
 
+#include "support/place.h"
+
 namespace {
 
 using testing::HasSubstr;
@@ -91,6 +93,13 @@ TEST(Recorder, CopesWithExhaustedPools) {
     const std::string out = out_of_fault("pool");
     EXPECT_THAT(out, HasSubstr("40 jobs of a crowd done"));
     EXPECT_THAT(out, Not(HasSubstr(" 0 dropped for lack of room")));
+}
+
+TEST(Recorder, ShowsAShareOfNothingAsUnknown) {
+    const place::BoundContent memory("/proc/meminfo", "MemTotal: 0 kB\nMemFree: 0 kB\n");
+    const Outcome outcome = run_recorder("--seconds 1");
+    EXPECT_EQ(outcome.status, 0) << outcome.out;
+    EXPECT_THAT(outcome.out, HasSubstr(" %, memory unknown, flash "));
 }
 
 // ---- What is not so is said ----

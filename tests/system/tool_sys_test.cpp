@@ -61,6 +61,37 @@ TEST(ToolSysTasks, SaysWhatIsWrong) {
     EXPECT_THAT(nowhere.err, HasSubstr("error -12"));
 }
 
+// ---- Shares of nothing: counters that stand still, a total of 0 ----
+
+const std::string STILL = "cpu  1 2 3 4 5 6 7 8 9 10\n";
+
+TEST(ToolSys, SaysThatAShareOfNothingIsUnknown) {
+    const place::BoundContent stat("/proc/stat", STILL);
+    const place::BoundContent memory("/proc/meminfo", "MemTotal: 0 kB\nMemFree: 0 kB\n");
+    const tool::Outcome shown = tool::run("sys");
+    EXPECT_EQ(shown.status, 1);
+    EXPECT_THAT(shown.out, HasSubstr("cpu       [------------------------------] unknown busy in the last second\n"));
+    EXPECT_THAT(shown.out, HasSubstr("memory    [------------------------------] unknown of 0 B, caches included\n"));
+}
+
+TEST(ToolSys, SaysThatAnInfiniteShareIsUnknown) {
+    const place::BoundContent memory("/proc/meminfo", "MemTotal: 0 kB\nMemFree: 1 kB\n");
+    const tool::Outcome shown = tool::run("sys");
+    EXPECT_EQ(shown.status, 1);
+    EXPECT_THAT(shown.out, HasSubstr("memory     [------------------------------] unknown of 0 B, caches included\n"));
+}
+
+TEST(ToolSys, HasNullInJsonForAShareOfNothing) {
+    const place::BoundContent stat("/proc/stat", STILL);
+    const place::BoundContent memory("/proc/meminfo", "MemTotal: 0 kB\nMemFree: 1 kB\n");
+    const tool::Outcome told = tool::run("sys --json");
+    EXPECT_EQ(told.status, 1);
+    const json object = json::parse(told.out);
+    EXPECT_TRUE(object.at("cpu").at("busy").is_null());
+    EXPECT_TRUE(object.at("memory").at("used").is_null());
+    EXPECT_TRUE(object.at("flash").at("used").is_number());
+}
+
 TEST(ToolSysSwap, ChecksTheSwapFile) {
     const place::BoundContent swaps("/proc/swaps", TITLES);
     const tool::Outcome none = tool::run("sys swap check");

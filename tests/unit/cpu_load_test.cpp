@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <math.h>
 #include <string.h>
 #include <sys/inotify.h>
 #include <sys/resource.h>
@@ -7,11 +8,12 @@
 #include <velkor/calendar.h>
 #include <velkor/system_info.h>
 
-#include <array>
+#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "support/alarms.h"
 #include "support/log_capture.h"
 #include "support/place.h"
 #include "support/wire.h"
@@ -72,36 +74,63 @@ TEST(CpuData, FailsWithoutAPlaceAFileOrFiveBytes) {
     EXPECT_EQ(words[0], 9U);
 }
 
-TEST(CpuDataTimer, MeasuresBusyPercentOfASecond) {
-    // Busy 30 and idle 90 pass, across the end of a word; what waits for disks is neither.
-    const BoundContent stat(STAT, "cpu  4294967290 0 0 100 0 0 0\n");
+// The file reads as `second` from the moment on at which the first reading is over.
+int measure_between(const std::string &first, const std::string &second) {
+    const BoundContent stat(STAT, first);
     const int watch = inotify_init1(IN_CLOEXEC);
-    ASSERT_GE(inotify_add_watch(watch, stat.file().c_str(), IN_CLOSE_NOWRITE), 0);
+    EXPECT_GE(inotify_add_watch(watch, stat.file().c_str(), IN_CLOSE_NOWRITE), 0);
     std::thread kernel([&] {
         char event[512];
         EXPECT_GT(read(watch, event, sizeof event), 0);
-        place::write_file(stat.file(), "cpu  4294967300 5 15 190 1000 1000 1000\n");
+        place::write_file(stat.file(), second);
     });
-    EXPECT_EQ(CalCPUDataTimer(), 0);
+    testing::internal::CaptureStderr();
+    const int result = CalCPUDataTimer();
+    testing::internal::GetCapturedStderr();
     kernel.join();
     close(watch);
+    return result;
+}
+
+TEST(CpuDataTimer, MeasuresBusyPercentOfASecond) {
+    // Busy 30 and idle 90 pass, across the end of a word; what waits for disks is neither.
+    EXPECT_EQ(measure_between("cpu  4294967290 0 0 100 0 0 0\n", "cpu  4294967300 5 15 190 1000 1000 1000\n"), 0);
     EXPECT_DOUBLE_EQ(g_dCpuUsage, 25.0);
     EXPECT_DOUBLE_EQ(GetCpuInfo(), 25.0);
 }
 
-TEST(CpuDataTimer, HasNoPercentOfCountersThatStandStill) {
+TEST(CpuDataTimer, DividesNothingByNothingWhereCountersStandStill) {
     EXPECT_DOUBLE_EQ(GetCpuInfo(), 0.0);
-    const BoundContent stat(STAT, "cpu  1 2 3 4 5 6 7\n");
-    EXPECT_EQ(CalCPUDataTimer(), 0);
-    EXPECT_DOUBLE_EQ(GetCpuInfo(), -1.0);
+    EXPECT_EQ(measure_between("cpu  1 2 3 4 5 6 7\n", "cpu  1 2 3 4 50 60 70\n"), 0);
+    EXPECT_TRUE(isnan(g_dCpuUsage)) << g_dCpuUsage;
+    EXPECT_TRUE(isnan(GetCpuInfo()));
+}
+
+// Counters that were not read are zeros, and what has passed since wraps.
+TEST(CpuDataTimer, StoresWhatADivisionByASecondReadingThatFailedGives) {
+    EXPECT_EQ(measure_between("cpu  100 20 30 400 5 6 7\n", "cpu"), -1);
+    const double busy = (4294967296.0 - 100) + (4294967296.0 - 20) + (4294967296.0 - 30);
+    EXPECT_DOUBLE_EQ(GetCpuInfo(), busy * 100.0 / (busy + (4294967296.0 - 400)));
+}
+
+TEST(CpuDataTimer, StoresWhatADivisionByAFirstReadingThatFailedGives) {
+    EXPECT_EQ(measure_between("cpu", "cpu  100 20 30 450 5 6 7\n"), 0);
+    EXPECT_DOUBLE_EQ(GetCpuInfo(), 25.0);
 }
 
 TEST(CpuDataTimer, AnswersTheSecondReading) {
-    const BoundContent stat(STAT, "cpu");
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(CalCPUDataTimer(), -1);
-    testing::internal::GetCapturedStderr();
-    EXPECT_DOUBLE_EQ(GetCpuInfo(), -1.0);
+    EXPECT_EQ(measure_between("cpu", "cpu"), -1);
+    EXPECT_TRUE(isnan(GetCpuInfo())) << GetCpuInfo();
+}
+
+TEST(CpuDataTimer, LastsASecondInSpiteOfSignals) {
+    const auto begin = std::chrono::steady_clock::now();
+    {
+        const Alarms alarms(20000);
+        EXPECT_EQ(CalCPUDataTimer(), 0);
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+    EXPECT_GT(Alarms::count(), 1);
 }
 
 TEST(CpuDataTimer, WorksOnTheRealKernel) {
@@ -225,7 +254,8 @@ TEST(CpuIdle, ComputesIn32Bits) {
 }
 
 TEST(CpuIdle, TakesZerosFromALineThatIsNone) {
-    for (const char *const content : {"intr 1 2 3 4\n", "", "ctxt 5 6 7 8\n", "cpu 1 2 3\n", "cpu0 1 2 3 4\n"}) {
+    for (const char *const content :
+         {"intr 1 2 3 4\n", "", "ctxt 5 6 7 8\n", "cpu x\n", "cpu 1 2 3\n", "cpu0 1 2 3 4\n"}) {
         const BoundContent stat(STAT, content);
         const pid_t child = fork();
         if (child == 0) {
@@ -241,7 +271,18 @@ TEST(CpuIdle, TakesZerosFromALineThatIsNone) {
     }
 }
 
-TEST(CpuIdle, FailsOnALineWithoutANumber) {
+TEST(CpuIdle, FailsOnALineThatEndsBeforeItsFirstNumber) {
+    for (const char *const content : {"cpu", "cpu\n", "cp", "c"}) {
+        const BoundContent stat(STAT, content);
+        const pid_t child = fork();
+        if (child == 0) {
+            uint32_t idle = 999;
+            _exit(GetCpuIdle(&idle) == -1 && idle == 999 ? 0 : 1);
+        }
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0) << content;
+    }
     const BoundContent stat(STAT, "cpu \n");
     const LogCapture log;
     uint32_t idle = 999;

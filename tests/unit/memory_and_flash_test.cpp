@@ -1,4 +1,6 @@
+#include <errno.h>
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <math.h>
 #include <string.h>
@@ -17,10 +19,15 @@ namespace {
 
 // A file system that keeps blocks for the system, which none in memory does.
 const struct statfs *played_root = nullptr;
+bool fails = false;
 
 }  // namespace
 
 extern "C" int statfs(const char *path, struct statfs *out) noexcept {
+    if (fails) {
+        errno = EIO;
+        return -1;
+    }
     if (played_root != nullptr) {
         *out = *played_root;
         return 0;
@@ -67,8 +74,9 @@ TEST(MemoryInfo, SurvivesLinesOfOtherShapes) {
         Words words;
         double percent;
     } files[] = {
-        {"", {0, 0, 0, 0, 0, 0}, -1.0},
-        {"MemTotal: 0 kB\nMemFree: 0 kB\n", {0, 0, 0, 0, 0, 0}, -1.0},
+        {"", {0, 0, 0, 0, 0, 0}, NAN},
+        {"MemTotal: 0 kB\nMemFree: 0 kB\n", {0, 0, 0, 0, 0, 0}, NAN},
+        {"MemTotal: 0 kB\nMemFree: 1 kB\n", {0, 0, 1, 0, 0, 0}, INFINITY},
         {"MemTotal: 100 kB\n", {100, 0, 0, 0, 0, 0}, 100.0},
         {std::string(5000, 'M') + ": 100 " + std::string(5000, 'k') + "\nMemFree: 60 kB\n",
          {100, 0, 60, 0, 0, 0},
@@ -80,7 +88,8 @@ TEST(MemoryInfo, SurvivesLinesOfOtherShapes) {
         const BoundContent bound("/proc/meminfo", file.content);
         double percent = 0;
         EXPECT_EQ(memory_words(percent), file.words) << file.content.substr(0, 50);
-        EXPECT_DOUBLE_EQ(percent, file.percent) << file.content.substr(0, 50);
+        EXPECT_THAT(percent, testing::NanSensitiveDoubleEq(file.percent)) << file.content.substr(0, 50);
+        EXPECT_THAT(GetMemInfo(nullptr, nullptr), testing::NanSensitiveDoubleEq(file.percent));
     }
 }
 
@@ -126,14 +135,29 @@ TEST(FlashInfo, IsWhatAnOrdinaryUserCannotWriteToOfTheRoot) {
     EXPECT_DOUBLE_EQ(GetFlashInfo(), (total - static_cast<double>(root.f_bavail)) / total * 100.0);
 }
 
-TEST(FlashInfo, IsUnavailableForAFileSystemWithoutBlocks) {
+TEST(FlashInfo, DividesNothingByNothingForAFileSystemWithoutBlocks) {
     const pid_t child = fork();
     if (child == 0) {
-        _exit(chroot("/proc") == 0 && GetFlashInfo() == -1.0 ? 0 : 1);
+        _exit(chroot("/proc") == 0 && isnan(GetFlashInfo()) != 0 ? 0 : 1);
     }
     int status = -1;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
+}
+
+TEST(FlashInfo, IsUnavailableWithoutABlockSizeOrAnAnswer) {
+    struct statfs root = {};
+    root.f_blocks = 1000;
+    root.f_bavail = 550;
+    played_root = &root;
+    EXPECT_DOUBLE_EQ(GetFlashInfo(), -1.0);
+    root.f_bsize = 4096;
+    EXPECT_DOUBLE_EQ(GetFlashInfo(), 45.0);
+    root.f_blocks = 0;
+    EXPECT_DOUBLE_EQ(GetFlashInfo(), -INFINITY);
+    fails = true;
+    EXPECT_DOUBLE_EQ(GetFlashInfo(), -1.0);
+    played_root = nullptr;
 }
 
 TEST(SystemInfo, FillsAllThree) {
@@ -185,6 +209,13 @@ TEST(ProcessRss, TakesEveryLineWithTheTagAndNoneWithout) {
     const BoundContent status(own_status(), "Name:\tkthreadd\n" + std::string(3000, 'x'));
     EXPECT_EQ(GetProcRss(getpid(), record), 0);
     EXPECT_EQ(record[7], 12U);
+}
+
+TEST(ProcessRss, ReadsANumberAs32BitsDoOnEveryPlatform) {
+    const BoundContent status(own_status(), "VmRSS: 99999999999 kB\n");
+    uint32_t record[8] = {};
+    EXPECT_EQ(GetProcRss(getpid(), record), 0);
+    EXPECT_EQ(record[7], 2147483647U);
 }
 
 TEST(ProcessRss, FailsWithoutARecordOrAProcess) {

@@ -3,6 +3,7 @@
 #include <velkor/system_info.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <memory>
@@ -76,9 +77,12 @@ Statistics measure(const StatisticsOptions &options) {
     return now;
 }
 
+// Not what could not be read (-1), nor a share of nothing (no number, or infinity).
+bool is_known(double percent) { return std::isfinite(percent) && percent >= 0; }
+
 // ---- For programs ----
 
-Json percent_json(double percent) { return percent >= 0 ? Json(percent) : Json(nullptr); }
+Json percent_json(double percent) { return is_known(percent) ? Json(percent) : Json(nullptr); }
 
 Json in_json(const Statistics &now) {
     Json processes = Json::array();
@@ -103,7 +107,7 @@ Json in_json(const Statistics &now) {
 // ---- For people ----
 
 std::string percent_text(double percent) {
-    if (percent < 0) {
+    if (!is_known(percent)) {
         return "unknown";
     }
     char text[32];
@@ -186,7 +190,7 @@ int show_statistics(const StatisticsOptions &options) {
     const Statistics now = measure(options);
     show(now, options, palette);
     const bool all_there = std::ranges::all_of(now.processes, &ProcessMemory::is_there);
-    const bool all_known = now.busy >= 0 && now.memory >= 0 && now.flash >= 0;
+    const bool all_known = is_known(now.busy) && is_known(now.memory) && is_known(now.flash);
     return all_there && all_known ? SUCCESS : NEGATIVE;
 }
 
@@ -202,7 +206,8 @@ void add_statistics(CLI::App &sys, Run &chosen) {
         "The processor is measured by the library's three ways, over the same second: \"cpu\" leaves waiting\n"
         "for disks out, the other two count it as idle or apart. \"cpu idle\" is left out of --watch: the\n"
         "library keeps a descriptor for each of its samples.\n"
-        "Status 1 when a value cannot be read, or a process is not there.");
+        "What cannot be read is \"unknown\", and so is a share of nothing: of a total of 0, of counters that\n"
+        "stand still. In JSON it is null. Status 1 when there is one, or a process is not there.");
     sys.callback([&sys, options, &chosen] {
         if (sys.get_subcommands().empty()) {
             chosen = [options] { return show_statistics(*options); };
