@@ -102,8 +102,8 @@ VELKOR_API int SetDeletelFileSize(int size);
 /** @} */
 
 /** @name Directories
- * Paths are at most 255 characters long. An entry whose path would be longer is a failure of that entry. All are
- * reentrant, but a tree should not be changed by others meanwhile. @{ */
+ * Paths are at most 255 characters long. An entry whose path would be longer is a failure of that entry, but for
+ * is_empty_dir(). All are reentrant, but a tree should not be changed by others meanwhile. @{ */
 
 /**
  * Remove a file, a link (never what it points at), or a directory with all that is in it. Goes on after a failure.
@@ -134,8 +134,15 @@ VELKOR_API int make_dir(const char *path);
 /** 1 when @p path is a directory, 0 for anything else: also for a link to one, and for NULL. */
 VELKOR_API int is_dir(const char *path);
 
-/** 1 when @p path is a directory whose tree holds nothing but directories, else 0: also where a part cannot be looked
- * at. */
+/**
+ * Whether a tree holds nothing but directories.
+ *
+ * @param path  its root. **The first 256 characters count,** of an entry's path, too; an entry's name is put behind the
+ *              first 255 of its directory's path. What is longer is looked for under a path that is cut, where there
+ *              usually is nothing
+ * @retval 1  it holds nothing but directories
+ * @retval 0  it holds something else, or a part of it cannot be looked at; @p path is no directory, or NULL
+ */
 VELKOR_API int is_empty_dir(const char *path);
 /** @} */
 

@@ -8,18 +8,32 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include <velkor/files.h>
 #include <velkor/firmware.h>
 
 #include "support/log.h"
+#include "support/owners.h"
 
 namespace {
 
 constexpr size_t LONGEST = VELKOR_PATH_LENGTH;
 
+// Not opendir(), which on small C libraries marks the descriptor to be closed on exec a moment after it was made.
+DIR *open_directory(int parent, const char *name, int flags) {
+    velkor::OwnedDescriptor descriptor(openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags));
+    DIR *const stream = descriptor ? fdopendir(descriptor.get()) : nullptr;
+    if (stream != nullptr) {
+        descriptor.release();
+    }
+    return stream;
+}
+
 class Directory {
 public:
-    explicit Directory(DIR *stream) : stream_(stream) {}
+    explicit Directory(const char *path, int parent = AT_FDCWD, int flags = 0)
+        : stream_(open_directory(parent, path, flags)) {}
     ~Directory() { close(); }
     Directory(const Directory &) = delete;
     Directory &operator=(const Directory &) = delete;
@@ -104,7 +118,7 @@ bool remove_entries(Directory &directory, const char *path) {
 }
 
 bool remove_directory(const char *path) {
-    Directory directory(opendir(path));
+    Directory directory(path);
     if (!directory) {
         return false;
     }
@@ -180,7 +194,7 @@ public:
 
 private:
     int64_t blocks_of_entries(int parent, const char *name, const char *path, const Walked &here) const {
-        Directory directory(open_directory(parent, name));
+        Directory directory(name, parent, follows_links_ ? 0 : O_NOFOLLOW);
         if (!directory) {
             return 0;
         }
@@ -194,16 +208,6 @@ private:
             }
         }
         return sum;
-    }
-
-    DIR *open_directory(int parent, const char *name) const {
-        const int links = follows_links_ ? 0 : O_NOFOLLOW;
-        const int descriptor = openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | links);
-        DIR *const stream = descriptor >= 0 ? fdopendir(descriptor) : nullptr;
-        if (stream == nullptr && descriptor >= 0) {
-            close(descriptor);
-        }
-        return stream;
     }
 
     bool follows_links_;
@@ -256,19 +260,42 @@ int is_dir(const char *path) {
     return path != nullptr && lstat(path, &status) == 0 && S_ISDIR(status.st_mode) ? 1 : 0;
 }
 
-int is_empty_dir(const char *path) {
-    if (is_dir(path) == 0 || strnlen(path, LONGEST + 1) > LONGEST) {
-        return 0;
+namespace {
+
+constexpr size_t LONGEST_LOOKED_AT = 256;
+
+// Of a path the first 256 characters are looked at, and an entry's name is put behind the first 255 of its directory's
+// path and "/". What is cut so may be the path of something else, even of a directory inside which the walk already is:
+// that one would never be left again.
+bool is_empty_tree(const char *head, size_t head_length, const char *name, const Walked *outer) {
+    char path[LONGEST_LOOKED_AT + 2];
+    const size_t name_begin = std::min(head_length, LONGEST);
+    const size_t name_length = strnlen(name, LONGEST_LOOKED_AT - name_begin);
+    size_t length = name_begin + name_length;
+    memcpy(path, head, name_begin);
+    memcpy(path + name_begin, name, name_length);
+    path[length] = '\0';
+
+    struct stat status;
+    if (lstat(path, &status) != 0 || !S_ISDIR(status.st_mode) || is_walked(status, outer)) {
+        return false;
     }
-    Directory directory(opendir(path));
+    Directory directory(path);
     if (!directory) {
-        return 0;
+        return false;
     }
-    EntryPath entry(path);
-    while (const char *const name = directory.next()) {
-        if (!entry.set_name(name) || is_empty_dir(entry.text()) == 0) {
-            return 0;
+    if (path[length - 1] != '/') {
+        path[length++] = '/';
+    }
+    const Walked here = {status.st_dev, status.st_ino, outer};
+    while (const char *const entry = directory.next()) {
+        if (!is_empty_tree(path, length, entry, &here)) {
+            return false;
         }
     }
-    return 1;
+    return true;
 }
+
+}  // namespace
+
+int is_empty_dir(const char *path) { return path != nullptr && is_empty_tree("", 0, path, nullptr) ? 1 : 0; }

@@ -22,6 +22,13 @@ void *HI_MMap(void *addr, size_t length, int prot, int flags, int fd, int64_t of
 
 int HI_MUnMap(void *addr, size_t length) { return munmap(addr, length); }
 
+namespace {
+
+// No command of the process inherits what is opened here, and no FIFO in a file's place holds the caller up.
+constexpr int OWN_FLAGS = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+}  // namespace
+
 // ---- Physical memory ----------------------------------------------------------------------------------------------
 
 namespace {
@@ -58,7 +65,7 @@ velkor_mapping **find_virtual(uintptr_t address) {
 
 bool open_memory_once() {
     if (memory_descriptor < 0) {
-        memory_descriptor = HI_Open("/dev/mem", O_RDWR, DECIMAL_MODE);
+        memory_descriptor = HI_Open("/dev/mem", O_RDWR | OWN_FLAGS, DECIMAL_MODE);
     }
     return memory_descriptor >= 0;
 }
@@ -133,7 +140,7 @@ void *map_file(const char *path, size_t length, int flags, int mode, int protect
     if (path == nullptr) {
         return nullptr;
     }
-    const int descriptor = HI_Open(path, flags, static_cast<unsigned>(mode));
+    const int descriptor = HI_Open(path, flags | OWN_FLAGS, static_cast<unsigned>(mode));
     if (descriptor < 0) {
         return nullptr;
     }

@@ -1,5 +1,7 @@
+#include <dirent.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -325,13 +327,101 @@ TEST(IsEmptyDir, IsNotADirectoryThatCannotBeOpened) {
     EXPECT_EQ(is_empty_dir("/tmp/tree"), 0);
 }
 
-TEST(IsEmptyDir, IsNotWhereAPathDoesNotFit) {
-    const std::string directory = deep_directory(254);
+TEST(IsEmptyDir, LooksAtTheFirst256CharactersOfAPath) {
+    const std::string directory = deep_directory(256);
     EXPECT_EQ(is_empty_dir("/tmp/deep"), 1);
+    EXPECT_EQ(is_empty_dir(directory.c_str()), 1);
+    EXPECT_EQ(is_empty_dir((directory + "/").c_str()), 1);
+    EXPECT_EQ(is_empty_dir((directory + "and what is not there").c_str()), 1);
+    ASSERT_EQ(chdir(directory.c_str()), 0);
+    fill("file", 1);
+    EXPECT_EQ(is_empty_dir(directory.c_str()), 0);
+    EXPECT_EQ(is_empty_dir("/tmp/deep"), 0);
+}
+
+TEST(IsEmptyDir, LooksAtTheFirst256CharactersOfAnEntrysPath) {
+    const std::string directory = deep_directory(254);
     ASSERT_EQ(chdir(directory.c_str()), 0);
     make("x");  // 256
+    EXPECT_EQ(is_empty_dir("/tmp/deep"), 1);
+    make("xyz");  // is taken for x
+    EXPECT_EQ(is_empty_dir("/tmp/deep"), 1);
+    make("yz");  // is taken for y, which is not there
     EXPECT_EQ(is_empty_dir("/tmp/deep"), 0);
-    EXPECT_EQ(is_empty_dir((directory + "/x").c_str()), 0);
+}
+
+// An entry's name is put behind the first 255 characters, of which the "/" may be none.
+TEST(IsEmptyDir, PutsANameBehindTheFirst255CharactersOfItsDirectory) {
+    const std::string directory = deep_directory(255);
+    ASSERT_EQ(chdir(directory.c_str()), 0);
+    make("x");
+    EXPECT_EQ(is_empty_dir("/tmp/deep"), 0);
+    make(directory + "x");
+    EXPECT_EQ(is_empty_dir(directory.c_str()), 1) << "it is the directory's neighbour that was looked at";
+    fill("x/file", 1);
+    EXPECT_EQ(is_empty_dir(directory.c_str()), 1);
+    ASSERT_EQ(rmdir((directory + "x").c_str()), 0);
+    fill(directory + "x", 1);
+    EXPECT_EQ(is_empty_dir(directory.c_str()), 0);
+}
+
+// Calls something on a thread whose stack is not for a thousand calls inside each other.
+void on_a_small_stack(void *(*call)(void *)) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, size_t{256} * 1024), 0);
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, &attributes, call, nullptr), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+}
+
+// "x" in "x" is taken for the outer one, in which it is found again.
+TEST(IsEmptyDir, EndsWherePathsThatAreCutLeadRoundAndRound) {
+    const std::string directory = deep_directory(254);
+    ASSERT_EQ(chdir(directory.c_str()), 0);
+    make("x");
+    make("x/x");
+    on_a_small_stack([](void *) -> void * {
+        EXPECT_EQ(is_empty_dir("/tmp/deep"), 0);
+        return nullptr;
+    });
+    ASSERT_EQ(rmdir("x/x"), 0);
+    EXPECT_EQ(is_empty_dir("/tmp/deep"), 1);
+}
+
+// The steps as they were always taken.
+bool is_empty_in_steps(const std::string &path) {
+    std::string own = path.substr(0, 256);
+    if (is_dir(own.c_str()) == 0) {
+        return false;
+    }
+    own += own.ends_with('/') ? "" : "/";
+    DIR *const directory = opendir(own.c_str());
+    bool is_empty = directory != nullptr;
+    for (const dirent *entry; is_empty && (entry = readdir(directory)) != nullptr;) {
+        const std::string name = entry->d_name;
+        is_empty = name == "." || name == ".." || is_empty_in_steps(own.substr(0, 255) + name);
+    }
+    closedir(directory);
+    return is_empty;
+}
+
+TEST(IsEmptyDir, TakesTheDescribedStepsWherePathsAreLong) {
+    for (size_t length = 250; length <= 258; ++length) {
+        place::output_of("rm -rf /tmp/deep");
+        const std::string directory = deep_directory(length);
+        ASSERT_EQ(chdir(directory.c_str()), 0);
+        for (const char *const entry : {"", "x", "yy", "zzz", "zzz/a", "yy/b"}) {
+            if (*entry != '\0') {
+                make(entry);
+            }
+            for (const std::string &path : {std::string("/tmp/deep"), directory, directory + "/", directory + "/x"}) {
+                EXPECT_EQ(is_empty_dir(path.c_str()), is_empty_in_steps(path) ? 1 : 0) << length << " " << entry;
+            }
+        }
+        ASSERT_EQ(chdir("/"), 0);
+    }
 }
 
 }  // namespace

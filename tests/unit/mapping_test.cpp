@@ -243,4 +243,10 @@ TEST(MappedFile, ReachesOffsetsThatNeed64Bits) {
     EXPECT_EQ(HI_Close(descriptor), -1);
 }
 
+TEST(MappedFile, IsNotWaitedForWhereAFifoIs) {
+    ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
+    EXPECT_EQ(mmapfile_r("/tmp/fifo", 4096), MAP_FAILED);
+    EXPECT_EQ(mmapfile("/tmp/fifo", 4096), MAP_FAILED);
+}
+
 }  // namespace
