@@ -11,6 +11,7 @@
 #include <velkor/calendar.h>
 #include <velkor/firmware.h>
 
+#include "support/local_time.h"
 #include "support/lock_guard.h"
 #include "support/log.h"
 #include "support/owners.h"
@@ -119,10 +120,10 @@ time_t time_GetUtcByDate(int year, int month, int day, int hour, int minute, int
     date.tm_min = minute;
     date.tm_sec = second;
     date.tm_isdst = dst;
-    time_t seconds = mktime(&date);
+    time_t seconds = velkor::instant_of(date);
     if (seconds < 0) {
         date.tm_isdst = 0;
-        seconds = mktime(&date);
+        seconds = velkor::instant_of(date);
     }
     if (out != nullptr) {
         VkMem_Copy(out, &date, sizeof date);
@@ -353,6 +354,6 @@ int getTimeByDSTParam(const velkor_persian_rule *rule, time_t *out) {
     instant.tm_mon = date.month - 1;
     instant.tm_mday = date.day;
     instant.tm_hour = rule->hour;
-    *out = mktime(&instant);
+    *out = velkor::instant_of(instant);
     return 0;
 }

@@ -2,9 +2,9 @@
 // file outside the process that switches both.
 //
 // Locks, from the outside in: the configuration lock (one reader of the file at a time), the list lock (one writer
-// of the texts at a time). The way of a log line takes neither; once a second and thread it takes the clock lock, under
-// which nothing but the C library is called. The threads inside the ring are counted, and the terminal is closed only
-// while there are none.
+// of the texts at a time). The way of a log line takes neither; once a second and thread it takes the clock lock
+// (support/local_time.h), under which nothing but the C library is called. The threads inside the ring are counted, and
+// the terminal is closed only while there are none.
 #include <errno.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -321,15 +321,6 @@ int vk_OutLogToLogmanEnable() {
 
 namespace {
 
-// The C library converts to local time under a lock of its own, which a forked child would inherit locked, and wait for
-// ever. So this library converts under this lock, and a fork holds it.
-pthread_mutex_t clock_lock = PTHREAD_MUTEX_INITIALIZER;
-
-size_t format_stamp(char (&out)[velkor::LOG_STAMP_SIZE], time_t now) {
-    const velkor::LockGuard guard(clock_lock);
-    return velkor::format_log_stamp(out, now);
-}
-
 // The head of a line, "[2026/11/15 10:25:17] [1234 ", changes once a second and thread.
 struct Head {
     velkor::RememberedSecond second;
@@ -345,7 +336,7 @@ void renew(Head &head, time_t now) {
         head.thread_id = velkor::kernel_thread_id();
     }
     char stamp[velkor::LOG_STAMP_SIZE];
-    format_stamp(stamp, now);
+    velkor::format_log_stamp(stamp, now);
     head.second.remember(now);
     head.length = static_cast<size_t>(snprintf(head.text, sizeof head.text, "%s [%ld ", stamp, head.thread_id));
 }
@@ -554,7 +545,7 @@ int vk_printf_tocon(const char *module, const char *source, int line, const char
     errno = callers_errno;
     const velkor::ErrnoKeeper caller;
     char stamp[velkor::LOG_STAMP_SIZE];
-    format_stamp(stamp, time(nullptr));
+    velkor::format_log_stamp(stamp, time(nullptr));
 
     char body[RECORD_SIZE] = "";
     if (format != nullptr) {
@@ -590,10 +581,6 @@ void restart_in_child() {
     thread_head.second.forget();
 }
 
-__attribute__((constructor)) void survive_fork() {
-    velkor::when_forked(restart_in_child);
-    velkor::around_fork([] { pthread_mutex_lock(&clock_lock); }, [] { pthread_mutex_unlock(&clock_lock); },
-                        [] { pthread_mutex_unlock(&clock_lock); });
-}
+__attribute__((constructor)) void survive_fork() { velkor::when_forked(restart_in_child); }
 
 }  // namespace

@@ -85,21 +85,12 @@ struct Prefix {
 
 thread_local Prefix thread_prefix;
 
-// The C library converts to local time under a lock of its own, which a forked child would inherit locked, and wait for
-// ever. So this channel converts under this lock, and a fork holds it.
-pthread_mutex_t clock_lock = PTHREAD_MUTEX_INITIALIZER;
-
-size_t format_stamp(char (&out)[velkor::LOG_STAMP_SIZE], time_t now) {
-    const velkor::LockGuard guard(clock_lock);
-    return velkor::format_log_stamp(out, now);
-}
-
 void renew(Prefix &prefix, time_t now) {
     if (prefix.thread_id == 0) {
         prefix.thread_id = velkor::kernel_thread_id();
     }
     char stamp[velkor::LOG_STAMP_SIZE];
-    const size_t stamp_length = format_stamp(stamp, now);
+    const size_t stamp_length = velkor::format_log_stamp(stamp, now);
     prefix.second.remember(now);
     // The thread id goes inside the brackets of the stamp.
     const int length = snprintf(prefix.text, sizeof prefix.text, "%.*s %ld]", static_cast<int>(stamp_length) - 1, stamp,
@@ -439,8 +430,6 @@ __attribute__((constructor)) void survive_fork() {
         thread_prefix.thread_id = 0;
         thread_prefix.second.forget();
     });
-    velkor::around_fork([] { pthread_mutex_lock(&clock_lock); }, [] { pthread_mutex_unlock(&clock_lock); },
-                        [] { pthread_mutex_unlock(&clock_lock); });
 }
 
 }  // namespace

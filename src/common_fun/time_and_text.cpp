@@ -12,6 +12,7 @@
 #include <velkor/firmware.h>
 
 #include "support/assertion_report.h"
+#include "support/local_time.h"
 #include "support/log.h"
 
 const char *const g_pcWday[7] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
@@ -131,7 +132,7 @@ time_t StrToTime(const char *text) {
     date.tm_year -= 1900;
     date.tm_mon -= 1;
     date.tm_isdst = -1;
-    return mktime(&date);
+    return velkor::instant_of(date);
 }
 
 time_t StrToTimeEx(const char *text) {
@@ -151,10 +152,7 @@ namespace {
 
 // Year and month as people write them.
 struct tm local_date(time_t seconds) {
-    const time_t shown = seconds < 1 ? time(nullptr) : seconds;
-    struct tm date;
-    memset(&date, 0, sizeof date);
-    localtime_r(&shown, &date);
+    struct tm date = velkor::local_time(seconds < 1 ? time(nullptr) : seconds);
     date.tm_year = wrapping_sum(date.tm_year, 1900);
     date.tm_mon += 1;
     return date;

@@ -7,6 +7,7 @@
 #include <velkor/diagnostics.h>
 #include <velkor/firmware.h>
 
+#include "support/local_time.h"
 #include "support/log.h"
 #include "support/owners.h"
 
@@ -29,10 +30,7 @@ LogPath log_path() {
 }
 
 void format_line(char (&line)[LINE_SIZE], const char *a, const char *b, const char *c) {
-    const time_t now = time(nullptr);
-    struct tm local;
-    memset(&local, 0, sizeof local);
-    localtime_r(&now, &local);
+    const struct tm local = velkor::stamp_time(time(nullptr));
     snprintf(line, sizeof line, "[%d-%d-%d %d:%d:%d][%s][%s][%s]\n", local.tm_year + 1900, local.tm_mon + 1,
              local.tm_mday, local.tm_hour % 24, local.tm_min, local.tm_sec, a, b, c);
 }

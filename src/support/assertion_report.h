@@ -7,6 +7,9 @@
 
 #include <velkor/firmware.h>
 
+#include "support/civil_date.h"
+#include "support/local_time.h"
+
 namespace velkor {
 
 // The line, with the source file and number under which the firmware's engineers know the check.
@@ -14,11 +17,9 @@ inline void report_assertion(const char *source, int line, const char *function,
     if (fpDebugFile == nullptr) {
         return;
     }
-    const time_t now = time(nullptr);
-    char stamp[26] = "";  // the size that ctime_r() asks for
-    const char *const text = ctime_r(&now, stamp);
-    fprintf(fpDebugFile, "%s%s: %d: %s: Assertion '%s' failed.\r\n", text != nullptr ? text : "", source, line,
-            function, expression);
+    char stamp[CLOCK_TEXT_SIZE];
+    format_clock_text(stamp, stamp_time(time(nullptr)));
+    fprintf(fpDebugFile, "%s%s: %d: %s: Assertion '%s' failed.\r\n", stamp, source, line, function, expression);
 }
 
 }  // namespace velkor

@@ -3,21 +3,19 @@
 
 #include <time.h>
 
+#include "support/zone_words.h"
+
 namespace velkor {
 
 class RememberedSecond {
 public:
-    bool is(time_t now) const {
-        return known_ && second_ == now && zone_ == timezone && zone_has_summer_time_ == daylight;
-    }
+    bool is(time_t now) const { return known_ && second_ == now && zone_ == zone_words(); }
 
-    // After the conversion to local time, which is what sets the C library's zone variables. (Not the names of the
-    // zone: a conversion in another thread clears them for a moment.)
+    // After the conversion to local time, which is what sets the C library's zone variables.
     void remember(time_t now) {
         known_ = true;
         second_ = now;
-        zone_ = timezone;
-        zone_has_summer_time_ = daylight;
+        zone_ = zone_words();
     }
 
     void forget() { known_ = false; }
@@ -25,8 +23,7 @@ public:
 private:
     bool known_;
     time_t second_;
-    long zone_;
-    int zone_has_summer_time_;
+    ZoneWords zone_;
 };
 
 }  // namespace velkor

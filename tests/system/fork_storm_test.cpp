@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <velkor/allocation.h>
+#include <velkor/calendar.h>
 #include <velkor/concurrency.h>
 #include <velkor/diagnostics.h>
 #include <velkor/firmware.h>
@@ -70,6 +71,16 @@ TEST(ForkStorm, AChildOfAReconfiguringProcessNeverHangs) {
         std::string of_parent = "parent";
         return read && logman_match_filter(of_child.data()) == 1 && logman_match_filter(of_parent.data()) == 0;
     });
+}
+
+TEST(ForkStorm, AChildOfAProcessThatConvertsTimesNeverHangs) {
+    const LogCapture log;
+    const auto convert = [] {
+        char text[64];
+        TimeToString("Y-M-D H:I:S", text, StrToTime("20231114221320"));
+        return std::string(text) == "2023-11-14 22:13:20" && log_text("line") == 0;
+    };
+    fork_out_of([&] { convert(); }, convert);
 }
 
 TEST(ForkStorm, AChildOfAnAllocatingProcessNeverHangs) {
