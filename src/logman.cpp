@@ -29,6 +29,7 @@
 #include "support/errno_keeper.h"
 #include "support/lock_guard.h"
 #include "support/log_stamp.h"
+#include "support/open_file.h"
 #include "support/owners.h"
 #include "support/plain_format.h"
 #include "support/platform.h"
@@ -271,7 +272,7 @@ void read_lines(FILE *file, Configuration &configuration) {
 int read_configuration() {
     print_flag.store(0, std::memory_order_relaxed);
     close_terminal_unless_busy();
-    const velkor::OwnedStream file(fopen(SWITCH_FILE, "r"));
+    const velkor::OwnedStream file(velkor::open_file_stream(SWITCH_FILE, O_RDONLY, "r"));
     if (!file) {
         return -1;
     }

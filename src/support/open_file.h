@@ -1,6 +1,6 @@
-// Files that the library opens by their paths. Who starts a command at the same moment must not leave them to it, so they
-// are closed on exec from their birth; and whatever is at a path, a FIFO that nobody writes to or a line that nobody
-// answers, opening and reading it does not wait: it has nothing to say then.
+// Files that the library opens by their paths. Who starts a command at the same moment must not leave them to it, so
+// they are closed on exec from their birth; and whatever is at a path, a FIFO that nobody writes to or a line that
+// nobody answers, opening and reading it does not wait: it has nothing to say then.
 #pragma once
 
 #include <fcntl.h>

@@ -4,20 +4,20 @@
 #include <fcntl.h>
 #include <stdio.h>
 
+#include "support/open_file.h"
 #include "support/owners.h"
 
 namespace velkor {
 
-// A command started by the recorder has no business with the terminal, and a daemon that leads a session must not get
-// it for its controlling terminal, whose hang-up would end it.
+// A daemon that leads a session must not get the terminal for its controlling terminal, whose hang-up would end it. The
+// open does not wait for the other end of a line; what is written does wait until it is taken.
 inline FILE *open_terminal_stream(const char *path, int flags, const char *mode) {
-    constexpr mode_t ANYBODY = 0666;
-    OwnedDescriptor descriptor(open(path, flags | O_NOCTTY | O_CLOEXEC, ANYBODY));
-    FILE *const stream = descriptor ? fdopen(descriptor.get(), mode) : nullptr;
-    if (stream != nullptr) {
-        descriptor.release();
+    OwnedDescriptor descriptor(open_file(path, flags));
+    const int status = descriptor ? fcntl(descriptor.get(), F_GETFL) : -1;
+    if (status < 0 || fcntl(descriptor.get(), F_SETFL, status & ~O_NONBLOCK) != 0) {
+        return nullptr;
     }
-    return stream;
+    return stream_of(descriptor, mode);
 }
 
 }  // namespace velkor

@@ -1,6 +1,6 @@
 // The log manager over a ring buffer that fails, blocks and remembers how it was called: what a working one never
 // does. These definitions win over those of libvelkor-host for the whole program.
-#include <fcntl.h>
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -39,7 +39,21 @@ struct Ring {
 };
 Ring fake;
 
+// A thread that reads the switch file, held still when it has just opened it.
+std::atomic<bool> hold_next_reader{false};
+std::atomic<bool> reader_inside{false};
+std::atomic<bool> release_reader{false};
+
 }  // namespace
+
+extern "C" FILE *fdopen(int descriptor, const char *mode) noexcept {
+    static const auto open_stream = reinterpret_cast<FILE *(*)(int, const char *)>(dlsym(RTLD_NEXT, "fdopen"));
+    if (hold_next_reader.exchange(false)) {
+        reader_inside = true;
+        release_reader.wait(false);
+    }
+    return open_stream(descriptor, mode);
+}
 
 unsigned ringbuf_Create(unsigned size, int mode) {
     ++fake.created;
@@ -183,12 +197,9 @@ TEST(LogFork, AChildTakesNoLockAndNoCountAlong) {
     fake.hold_next_writer = true;
     std::thread writer([] { vk_printftomem(0, "m", 0, "x"); });
     ASSERT_TRUE(place::eventually([] { return fake.writer_inside.load(); }));
-    unlink(SWITCH_FILE);
-    ASSERT_EQ(mkfifo(SWITCH_FILE, 0600), 0);
+    hold_next_reader = true;
     std::thread reader([] { logman_read_config(); });
-    // Opens as soon as the reader has the FIFO open too, which then waits, under its lock, for what is never written.
-    int fifo = -1;
-    ASSERT_TRUE(place::eventually([&] { return (fifo = open(SWITCH_FILE, O_WRONLY | O_NONBLOCK | O_CLOEXEC)) >= 0; }));
+    ASSERT_TRUE(place::eventually([] { return reader_inside.load(); }));
 
     const pid_t child = fork();
     if (child == 0) {
@@ -205,7 +216,8 @@ TEST(LogFork, AChildTakesNoLockAndNoCountAlong) {
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
 
-    close(fifo);  // lets the reader go
+    release_reader = true;
+    release_reader.notify_all();
     reader.join();
     fake.release();
     writer.join();

@@ -1,10 +1,12 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -18,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/forked.h"
 #include "support/log_capture.h"
 #include "support/place.h"
 #include "support/platform.h"
@@ -123,6 +126,26 @@ TEST(LogSwitch, ReadsAtOnceWhenAsked) {
     place::write_file(SWITCH_FILE, "dbgprint=1\n");
     EXPECT_EQ(logman_read_config(), 0);
     EXPECT_TRUE(prints());
+}
+
+// A FIFO has nothing to say until somebody writes to it, and the draining thread must not wait for that.
+TEST(LogSwitch, DoesNotWaitForAFifo) {
+    ASSERT_EQ(mkfifo(SWITCH_FILE, 0666), 0);
+    const auto switches_on = [] {
+        return vk_OutLogToLogmanEnable() == 0 && vk_GetLogmanEnable() == 1 && log_text("x") == -1;
+    };
+    EXPECT_TRUE(forked::succeeds(switches_on));
+    const int silent_writer = open(SWITCH_FILE, O_RDWR | O_CLOEXEC);
+    EXPECT_TRUE(forked::succeeds(switches_on));
+    EXPECT_EQ(write(silent_writer, "dbgprint=1\n", 11), 11);
+    EXPECT_EQ(logman_read_config(), 0);
+    EXPECT_TRUE(log_text("x") == -1 && vk_OutLogToLogmanEnable() == 0 && !prints());
+    close(silent_writer);
+}
+
+TEST(LogSwitch, IsNotLeftToACommandByABusyFork) {
+    place::write_file(SWITCH_FILE, "dbgprint=1\n");
+    EXPECT_EQ(forked::commands_that_hold(SWITCH_FILE, [] { logman_read_config(); }), 0);
 }
 
 TEST(LogSwitch, OneOfManyThreadsSwitchesOn) {
@@ -697,6 +720,25 @@ TEST(LogFork, AChildLogsUnderItsOwnId) {
         const std::vector<std::string> lines = LogCapture::take_lines();
         const std::string expected = "[" + std::to_string(getpid()) + " test]child";
         _exit(lines.size() == 2 && lines[1].find(expected) != std::string::npos ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+// No handler of a fork is called there, and a line asks for its thread's id once only.
+TEST(LogFork, AChildOfARawCloneLogsUnderTheIdOfTheThreadThatMadeIt) {
+    const LogCapture log;
+    log_text("parent");
+    const long id = velkor::kernel_thread_id();
+    const auto child = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, nullptr));
+    if (child == 0) {
+        log_text("child");
+        const std::vector<std::string> lines = LogCapture::take_lines();
+        const std::string expected = "[" + std::to_string(id) + " test]child";
+        _exit(velkor::kernel_thread_id() != id && lines.size() == 2 && lines[1].find(expected) != std::string::npos
+                  ? 0
+                  : 1);
     }
     int status = -1;
     ASSERT_EQ(waitpid(child, &status, 0), child);

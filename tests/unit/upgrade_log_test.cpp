@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -13,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "support/forked.h"
 #include "support/held_clock.h"
 #include "support/log_capture.h"
 #include "support/place.h"
@@ -23,11 +25,14 @@ constexpr const char *FILE_NAME = "/dvrfile/log/upgrade.log";
 
 // What was in a file each time that one was forced to the disk.
 std::vector<std::string> synced;
+bool keeps_synced = true;
 
 }  // namespace
 
 extern "C" int fsync(int fd) {
-    synced.push_back(place::read_file("/proc/self/fd/" + std::to_string(fd)));
+    if (keeps_synced) {
+        synced.push_back(place::read_file("/proc/self/fd/" + std::to_string(fd)));
+    }
     return 0;
 }
 
@@ -92,6 +97,26 @@ TEST_F(UpgradeLog, ReportsALineThatCannotBeWritten) {
     EXPECT_EQ(log.take_messages(), std::vector<std::string>{"upgrade_WriteLog 2454 fputs error"});
     EXPECT_EQ(place::read_file(FILE_NAME), "");
     EXPECT_TRUE(synced.empty());
+}
+
+TEST_F(UpgradeLog, IsNotLeftToACommandByABusyFork) {
+    keeps_synced = false;
+    EXPECT_EQ(forked::commands_that_hold(FILE_NAME, [] { upgrade_WriteLog("a", "b", "c"); }), 0);
+}
+
+// A FIFO that is full takes a line only when somebody reads.
+TEST_F(UpgradeLog, DoesNotWaitForAFullFifo) {
+    ASSERT_EQ(mkfifo(FILE_NAME, 0666), 0);
+    const int full = open(FILE_NAME, O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    char page[4096] = "";
+    while (write(full, page, sizeof page) > 0) {
+    }
+    EXPECT_TRUE(forked::succeeds([] {
+        const LogCapture log;
+        return upgrade_WriteLog("a", "b", "c") == -1 &&
+               LogCapture::take_messages() == std::vector<std::string>{"upgrade_WriteLog 2454 fputs error"};
+    }));
+    close(full);
 }
 
 TEST_F(UpgradeLog, CutsALineAt511Characters) {
