@@ -24,6 +24,7 @@
 #include "support/lock_guard.h"
 #include "support/log.h"
 #include "support/log_stamp.h"
+#include "support/open_file.h"
 #include "support/owners.h"
 #include "support/plain_format.h"
 #include "support/platform.h"
@@ -183,6 +184,11 @@ void copy_at(RtMsgBuf &buffer, int32_t position, const char *text, int32_t lengt
     buffer.write_position = position + length;
 }
 
+void end_text(RtMsgBuf &buffer) {
+    buffer.text[position_of(buffer)] = '\0';
+    buffer.text[LAST_BYTE] = '\0';
+}
+
 int put_msg(RtMsgBuf &buffer, const Line &line) {
     const auto length = static_cast<int32_t>(line.length());
     const velkor::LockGuard guard(buffer.lock);
@@ -193,8 +199,7 @@ int put_msg(RtMsgBuf &buffer, const Line &line) {
         copy_at(buffer, 0, line.text(), length);
         RtMsgEx_sFlag(&buffer, HAS_WRAPPED, 1);
     }
-    buffer.text[position_of(buffer)] = '\0';
-    buffer.text[LAST_BYTE] = '\0';
+    end_text(buffer);
     return 0;
 }
 
@@ -274,8 +279,9 @@ pthread_mutex_t tag_lock = PTHREAD_MUTEX_INITIALIZER;
 TagText tags = {};
 bool match_all = false;
 
+// Written under its lock, and none before it is closed: a child forked at that moment has no live copy.
 pthread_mutex_t terminal_lock = PTHREAD_MUTEX_INITIALIZER;
-FILE *terminal = nullptr;  // under its lock; none: no live copy
+std::atomic<FILE *> terminal{nullptr};
 
 bool matches(const char *tag) {
     const velkor::LockGuard guard(tag_lock);
@@ -300,21 +306,24 @@ void match_tags_alone() {
 
 int copy_live(const Line &line) {
     const velkor::LockGuard guard(terminal_lock);
-    if (terminal == nullptr) {
+    FILE *const stream = terminal.load(std::memory_order_relaxed);
+    if (stream == nullptr) {
         return 0;
     }
-    fputs(line.text(), terminal);
-    return fflush(terminal);
+    clearerr(stream);
+    fputs(line.text(), stream);
+    const int result = fflush(stream);
+    return ferror(stream) != 0 ? EOF : result;  // a small C library's flushing does not tell what failed before it
 }
 
 // Takes the place of the terminal before, which is closed first; no path means none. Answers whether it is open.
 bool change_terminal(const char *path) {
     const velkor::LockGuard guard(terminal_lock);
-    if (terminal != nullptr) {
-        fclose(terminal);
-    }
-    terminal = path != nullptr ? velkor::open_terminal_stream(path, O_RDWR | O_CREAT | O_TRUNC, "w+") : nullptr;
-    return terminal != nullptr;
+    { const velkor::OwnedStream former(terminal.exchange(nullptr)); }
+    FILE *const stream =
+        path != nullptr ? velkor::open_terminal_stream(path, O_RDWR | O_CREAT | O_TRUNC, "w+") : nullptr;
+    terminal.store(stream);
+    return stream != nullptr;
 }
 
 }  // namespace
@@ -353,7 +362,7 @@ namespace {
 std::atomic<int32_t> mode_file_time{0};
 
 bool read_mode_file(TagText &content) {
-    const velkor::OwnedStream file(fopen(MODE_FILE, "r+"));
+    const velkor::OwnedStream file(velkor::open_file_stream(MODE_FILE, O_RDWR, "r+"));
     if (!file) {
         return false;
     }
@@ -423,13 +432,31 @@ int rt_JudgePrintEn() {
 
 namespace {
 
-__attribute__((constructor)) void survive_fork() {
-    velkor::when_forked([] {
-        tag_lock = PTHREAD_MUTEX_INITIALIZER;
-        terminal_lock = PTHREAD_MUTEX_INITIALIZER;
-        thread_prefix.thread_id = 0;
-        thread_prefix.second.forget();
-    });
+// A fork does not hold the lock of a buffer. That lock is the owner's: the thread that forks may hold it already, or
+// hold it in a handler of its own, and would wait for itself. So a child makes a new one where nobody is left to
+// release it, and what another thread was in the midst of writing is no part of the text.
+void free_in_child(RtMsgBuf &buffer) {
+    if (pthread_mutex_trylock(&buffer.lock) == 0) {
+        pthread_mutex_unlock(&buffer.lock);
+        return;
+    }
+    buffer.lock = PTHREAD_MUTEX_INITIALIZER;
+    end_text(buffer);
 }
+
+void restart_in_child() {
+    tag_lock = PTHREAD_MUTEX_INITIALIZER;
+    terminal_lock = PTHREAD_MUTEX_INITIALIZER;
+    for (std::atomic<RtMsgBuf *> &slot : slots) {
+        RtMsgBuf *const buffer = slot.load(std::memory_order_acquire);
+        if (buffer != nullptr) {
+            free_in_child(*buffer);
+        }
+    }
+    thread_prefix.thread_id = 0;
+    thread_prefix.second.forget();
+}
+
+__attribute__((constructor)) void survive_fork() { velkor::when_forked(restart_in_child); }
 
 }  // namespace

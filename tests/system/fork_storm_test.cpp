@@ -1,6 +1,7 @@
 // Children forked at any moment of a busy process. What a lock held at the wrong moment would do is a hang, so that
 // each child has an alarm, and many are made.
 #include <gtest/gtest.h>
+#include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <velkor/allocation.h>
@@ -81,6 +82,19 @@ TEST(ForkStorm, AChildOfAProcessThatConvertsTimesNeverHangs) {
         return std::string(text) == "2023-11-14 22:13:20" && log_text("line") == 0;
     };
     fork_out_of([&] { convert(); }, convert);
+}
+
+TEST(ForkStorm, AChildOfAProcessThatPrintsIntoBuffersNeverHangs) {
+    static RtMsgBuf buffer = {PTHREAD_MUTEX_INITIALIZER, 2, 0, ""};
+    place::output_of("mkdir /tmp/rt_debug");
+    ASSERT_EQ(chdir("/tmp"), 0);
+    insert_global_pointer(0, &buffer);
+    rt_JudgePrintEn();
+    const auto print = [] {
+        static thread_local char out[VELKOR_MESSAGE_TEXT_SIZE];  // allocated, it would try the sanitizers' own locks
+        return rt_printf(1, "%s", "line") == 0 && get_msg0(out, sizeof out) == 0 && strstr(out, "line\r\n") != nullptr;
+    };
+    fork_out_of([&] { print(); }, print);
 }
 
 TEST(ForkStorm, AChildOfAnAllocatingProcessNeverHangs) {

@@ -52,6 +52,8 @@ void resolve_rule() {
 
 void report_assertion() { sq_construct(nullptr); }
 
+void print_debug_line() { rt_printf(1, "line"); }
+
 void write_upgrade_log() { upgrade_WriteLog("a", "b", "c"); }
 
 bool writes_each_stamped_line() {
@@ -94,7 +96,8 @@ TEST_F(ForkedStamp, IsWrittenOutOfABusyForkWhoeverConverts) {
                  {"time_GetUtcByDate", compute_transition},
                  {"getTimeByDSTParam", resolve_rule},
                  {"an assertion report", report_assertion},
-                 {"upgrade_WriteLog", write_upgrade_log}};
+                 {"upgrade_WriteLog", write_upgrade_log},
+                 {"rt_printf", print_debug_line}};
     for (const auto &one : cases) {
         EXPECT_EQ(forked::first_that_fails(40, one.business, writes_each_stamped_line), -1) << one.name;
     }

@@ -1,3 +1,4 @@
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -17,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/forked.h"
 #include "support/log_capture.h"
 #include "support/place.h"
 
@@ -26,6 +28,19 @@
 
 namespace velkor {
 int get_msg(RtMsgBuf *buffer, char *out, int size);
+}
+
+namespace {
+
+bool flushes_say_nothing = false;
+
+}  // namespace
+
+// A small C library's: the stream remembers that a write failed, its flushing does not say so.
+extern "C" int fflush(FILE *stream) {
+    static const auto flush = reinterpret_cast<int (*)(FILE *)>(dlsym(RTLD_NEXT, "fflush"));
+    const int result = flush(stream);
+    return flushes_say_nothing ? 0 : result;
 }
 
 namespace {
@@ -120,6 +135,51 @@ TEST_F(DebugPrint, StampsAForkedChildsLinesWithItsOwnThread) {
     int status = -1;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
+}
+
+// The owner of a buffer, or a thread that prints, may hold its lock while another thread forks.
+TEST_F(DebugPrint, KeepsLinesInAChildForkedWhileABufferIsLocked) {
+    switch_on();
+    insert_global_pointer(1, &buffer);
+    rt_printf(1, "before");
+    std::atomic<bool> is_held{false};
+    std::atomic<bool> release{false};
+    std::thread holder([&] {
+        pthread_mutex_lock(&buffer.lock);
+        buffer.text[buffer.write_position] = '?';  // in the midst of a line
+        is_held = true;
+        release.wait(false);
+        buffer.text[buffer.write_position] = '\0';
+        pthread_mutex_unlock(&buffer.lock);
+    });
+    EXPECT_TRUE(place::eventually([&] { return is_held.load(); }));
+    EXPECT_TRUE(forked::succeeds([] {
+        const bool is_whole = read_back().find("before\r\n") + 8 == strlen(read_back().c_str());
+        return is_whole && rt_printf(1, "in the child") == 0 && rt_printf(2, "%s", "again") == 0 &&
+               read_back().find("in the child\r\n[") != std::string::npos;
+    }));
+    release = true;
+    release.notify_one();
+    holder.join();
+    insert_global_pointer(1, nullptr);
+}
+
+// A process that looks after the fork itself holds the lock meanwhile.
+TEST_F(DebugPrint, ForksWhileTheForkingThreadHoldsABuffer) {
+    switch_on();
+    pthread_mutex_lock(&buffer.lock);
+    EXPECT_TRUE(forked::succeeds([&] {
+        pthread_mutex_unlock(&buffer.lock);
+        return rt_printf(1, "in the child") == 0 && read_back().find("in the child\r\n") != std::string::npos;
+    }));
+    pthread_mutex_unlock(&buffer.lock);
+    EXPECT_EQ(rt_printf(1, "in the parent"), 0);
+}
+
+TEST_F(DebugPrint, KeepsLinesInTheChildrenOfABusyFork) {
+    switch_on();
+    const auto print = [] { return rt_printf(1, "line") == 0; };
+    EXPECT_EQ(forked::first_that_fails(60, print, print), -1);
 }
 
 TEST_F(DebugPrint, FixesTheEndOfALine) {
@@ -379,6 +439,27 @@ TEST_F(DebugPrint, TriesAModeFileThatCannotBeOpenedOnlyOnce) {
     EXPECT_FALSE(keeps("disk"));
 }
 
+TEST_F(DebugPrint, DoesNotWaitForAModeFileThatIsAFifo) {
+    switch_on();
+    ASSERT_EQ(mkfifo(MODE_FILE, 0666), 0);
+    EXPECT_TRUE(forked::succeeds([&] {
+        rt_JudgePrintEn();
+        return !keeps("alarm");
+    }));
+}
+
+TEST_F(DebugPrint, DoesNotLeaveItsModeFileToACommandByABusyFork) {
+    switch_on();
+    set_mode("alarm");
+    EXPECT_EQ(forked::commands_that_hold(MODE_FILE,
+                                         [&] {
+                                             const struct timespec times[2] = {{++mode_time_, 0}, {mode_time_, 0}};
+                                             utimensat(AT_FDCWD, MODE_FILE, times, 0);
+                                             rt_JudgePrintEn();
+                                         }),
+              0);
+}
+
 TEST_F(DebugPrint, TakesTagsFrom128BytesWithoutAnEnd) {
     switch_on();
     set_mode(std::string(125, '-') + "abcdef");
@@ -408,6 +489,17 @@ TEST_F(DebugPrint, AnswersTheFailedFlushOfALineThatIsKeptAllTheSame) {
     set_mode("/dev/full:/dev/pts/x");
     EXPECT_EQ(Rt_PrintfNoGlobalfd("/dev/pts/x", "kept"), EOF);
     EXPECT_EQ(text(), "kept\r\n");
+}
+
+TEST_F(DebugPrint, AnswersAFailureThatOnlyTheStreamRemembers) {
+    switch_on();
+    flushes_say_nothing = true;
+    set_mode("/dev/full:/dev/pts/x");
+    EXPECT_EQ(Rt_PrintfNoGlobalfd("/dev/pts/x", "kept"), EOF);
+    place::Terminal terminal;
+    set_mode(terminal.path() + ":alarm");
+    EXPECT_EQ(Rt_PrintfNoGlobalfd("alarm", "shown"), 0);
+    flushes_say_nothing = false;
 }
 
 TEST_F(DebugPrint, KeepsTheLiveCopyWithoutAModeFileAndWithOneThatNamesNoTerminal) {
