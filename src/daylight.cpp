@@ -1,9 +1,10 @@
 // Daylight saving and the time zone: from the recorder's setting to instants, and from a new zone to "/etc/TZ".
+#include <fcntl.h>
 #include <pthread.h>
 #include <stdint.h>
-#include <stdio.h>
 #include <string.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -14,9 +15,12 @@
 #include "support/local_time.h"
 #include "support/lock_guard.h"
 #include "support/log.h"
+#include "support/open_file.h"
 #include "support/owners.h"
 #include "support/platform.h"
 #include "support/saturate.h"
+#include "support/uninterrupted.h"
+#include "support/write_whole.h"
 
 namespace {
 
@@ -33,11 +37,13 @@ pthread_mutex_t daylight_mutex = PTHREAD_MUTEX_INITIALIZER;
 // The zone last set or asked for, where an engineer finds it in a core dump: nothing reads it.
 std::atomic<int> current_zone{0};
 
-__attribute__((constructor)) void survive_fork() {
-    velkor::when_forked([] { daylight_mutex = PTHREAD_MUTEX_INITIALIZER; });
+// The setting is the firmware's, which changes it without that lock: each word is read once, in one step.
+template <typename Word>
+Word shared_word(const Word &word) {
+    return __atomic_load_n(&word, __ATOMIC_RELAXED);
 }
 
-int shared_zone() { return __atomic_load_n(&g_stDaylightSaving.zone, __ATOMIC_RELAXED); }
+int shared_zone() { return shared_word(g_stDaylightSaving.zone); }
 
 void set_shared_zone(int zone) { __atomic_store_n(&g_stDaylightSaving.zone, zone, __ATOMIC_RELAXED); }
 
@@ -59,11 +65,13 @@ int week_of_message(uint32_t packed) {
 int week_of_setting(uint32_t packed) { return byte_of(packed, 2) + 1; }
 
 void unpack_shared_setting(DaylightConfig &out) {
-    out.enable = g_stDaylightSaving.enable;
-    out.offset = g_stDaylightSaving.offset;
+    const uint32_t start = shared_word(g_stDaylightSaving.start);
+    const uint32_t stop = shared_word(g_stDaylightSaving.stop);
+    out.enable = shared_word(g_stDaylightSaving.enable);
+    out.offset = shared_word(g_stDaylightSaving.offset);
     out.zone = shared_zone();
-    unpack_rule(out.dst_start, g_stDaylightSaving.start, week_of_setting(g_stDaylightSaving.start));
-    unpack_rule(out.dst_stop, g_stDaylightSaving.stop, week_of_setting(g_stDaylightSaving.stop));
+    unpack_rule(out.dst_start, start, week_of_setting(start));
+    unpack_rule(out.dst_stop, stop, week_of_setting(stop));
 }
 
 // ---- Zone codes ----
@@ -223,47 +231,39 @@ struct FormerZone {
     size_t length = 0;
 
     FormerZone() {
-        const velkor::OwnedStream file(fopen(ZONE_FILE, "r"));
-        if (file) {
-            length = fread(text, 1, sizeof text, file.get());
-        }
+        const velkor::OwnedDescriptor file(velkor::open_file(ZONE_FILE, O_RDONLY));
+        const ssize_t taken =
+            file ? velkor::uninterrupted([&] { return read(file.get(), text, sizeof text); }) : ssize_t{0};
+        length = taken > 0 ? static_cast<size_t>(taken) : 0;
     }
 };
 
-// Whole, and through to the kernel; not just into the stream's buffer.
-bool write_whole(FILE *file, const char *text, size_t length) {
-    return fwrite(text, 1, length, file) == length && fflush(file) == 0;
+// Half a zone is worse than the former one.
+void put_back(int file, const FormerZone &former) {
+    if (ftruncate(file, 0) == 0 && lseek(file, 0, SEEK_SET) == 0) {
+        (void)velkor::write_whole(file, former.text, former.length);
+    }
 }
 
-bool write_zone_file(const ZoneLine &line) {
-    const FormerZone former;
-    {
-        const velkor::OwnedStream file(fopen(ZONE_FILE, "w"));
-        if (!file) {
-            return false;
-        }
-        if (write_whole(file.get(), line.text, line.length)) {
-            return true;
-        }
-    }
-    // Half a zone is worse than the former one.
-    const velkor::OwnedStream file(fopen(ZONE_FILE, "w"));
-    if (file) {
-        (void)write_whole(file.get(), former.text, former.length);
-    }
-    return false;
-}
-
+// The file is closed when the setting is saved.
 void change_zone(int zone) {
     const velkor::LockGuard guard(daylight_mutex);
     DaylightConfig config = {};
     unpack_shared_setting(config);
     config.zone = zone;
-    if (write_zone_file(ZoneLine(config))) {
-        set_shared_zone(zone);
-        current_zone.store(zone, std::memory_order_relaxed);
-        Cfg_sDaylightSaving(&g_stDaylightSaving);
+    const ZoneLine line(config);
+    const FormerZone former;
+    const velkor::OwnedDescriptor file(velkor::open_file(ZONE_FILE, O_WRONLY | O_CREAT | O_TRUNC));
+    if (!file) {
+        return;
     }
+    if (!velkor::write_whole(file.get(), line.text, line.length)) {
+        put_back(file.get(), former);
+        return;
+    }
+    set_shared_zone(zone);
+    current_zone.store(zone, std::memory_order_relaxed);
+    Cfg_sDaylightSaving(&g_stDaylightSaving);
 }
 
 void note_operation(int handle, const char *text) {
@@ -303,26 +303,34 @@ namespace {
 constexpr int MOST_ZONE_CHANGES = 20;
 constexpr int LAST_SECOND_OF_PERIOD = 86399;
 
-std::atomic<int> zone_changes{0};
-std::atomic<int> period_begin{0};
+// Under the lock: nobody else counts between a look and a step. A fork holds it.
+pthread_mutex_t count_lock = PTHREAD_MUTEX_INITIALIZER;
+int zone_changes = 0;
+int period_begin = 0;
+
+struct Permission {
+    int result;
+    int changes;
+};
+
+Permission ask_for_change(int now) {
+    const velkor::LockGuard guard(count_lock);
+    if (zone_changes == 0 || int64_t{now} - period_begin > LAST_SECOND_OF_PERIOD) {
+        zone_changes = 0;
+        period_begin = now;
+    }
+    if (zone_changes == MOST_ZONE_CHANGES) {
+        return {-1, zone_changes};
+    }
+    return {0, ++zone_changes};
+}
 
 }  // namespace
 
 int vk_isSetZoneEnable() {
-    int changes = zone_changes.load(std::memory_order_relaxed);
-    const int now = get_uptime();
-    if (changes == 0) {
-        period_begin.store(now, std::memory_order_relaxed);
-    } else if (int64_t{now} - period_begin.load(std::memory_order_relaxed) > LAST_SECOND_OF_PERIOD) {
-        changes = 0;
-        period_begin.store(now, std::memory_order_relaxed);
-    }
-    const int result = changes < MOST_ZONE_CHANGES ? 0 : -1;
-    if (result == 0) {
-        zone_changes.store(++changes, std::memory_order_relaxed);
-    }
-    VK_LOG("%s %d g_iZoneDayCnt = %d iRet = %d \n", "vk_isSetZoneEnable", 413, changes, result);
-    return result;
+    const Permission permission = ask_for_change(get_uptime());
+    VK_LOG("%s %d g_iZoneDayCnt = %d iRet = %d \n", "vk_isSetZoneEnable", 413, permission.changes, permission.result);
+    return permission.result;
 }
 
 // ---- Rules of the Persian calendar --------------------------------------------------------------------------------
@@ -357,3 +365,15 @@ int getTimeByDSTParam(const velkor_persian_rule *rule, time_t *out) {
     *out = velkor::instant_of(instant);
     return 0;
 }
+
+// ---- A forked child -----------------------------------------------------------------------------------------------
+
+namespace {
+
+__attribute__((constructor)) void survive_fork() {
+    velkor::when_forked([] { daylight_mutex = PTHREAD_MUTEX_INITIALIZER; });
+    velkor::around_fork([] { pthread_mutex_lock(&count_lock); }, [] { pthread_mutex_unlock(&count_lock); },
+                        [] { pthread_mutex_unlock(&count_lock); });
+}
+
+}  // namespace

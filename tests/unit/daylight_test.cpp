@@ -1,4 +1,5 @@
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <signal.h>
@@ -20,12 +21,16 @@
 #include <thread>
 #include <vector>
 
+#include "support/forked.h"
 #include "support/log_capture.h"
 #include "support/place.h"
 
 namespace {
 
 std::atomic<long> pretended_uptime{0};
+
+// As many threads must ask for the uptime before one of them is told.
+std::atomic<int> awaited_readers{0};
 
 // A zone text of a test's choice; NULL lets the time service make one.
 const char *chosen_zone_text = nullptr;
@@ -40,6 +45,7 @@ void let_zone_text_go() {
 int64_t chosen_difference = 0;
 std::vector<std::string> steps;
 bool keeps_steps = false;
+bool was_open_when_saved = false;
 
 void note(const std::string &step) {
     if (keeps_steps) {
@@ -50,6 +56,12 @@ void note(const std::string &step) {
 }  // namespace
 
 extern "C" int sysinfo(struct sysinfo *info) noexcept {
+    if (awaited_readers > 0) {
+        --awaited_readers;
+        while (awaited_readers > 0) {
+            std::this_thread::yield();
+        }
+    }
     memset(info, 0, sizeof *info);
     info->uptime = pretended_uptime;
     return 0;
@@ -83,7 +95,10 @@ int rec_RestartAllFile() {
 }
 
 int Cfg_sDaylightSaving(const CfgDaylightSaving *setting) {
-    note("save " + std::to_string(setting->zone) + ", file " + place::read_file("/etc/TZ"));
+    if (keeps_steps) {
+        note("save " + std::to_string(setting->zone) + ", file " + place::read_file("/etc/TZ"));
+        was_open_when_saved = forked::is_open_here("/etc/TZ");
+    }
     return 0;
 }
 
@@ -400,6 +415,31 @@ TEST(ZoneChange, TakesItsStepsInOrder) {
     EXPECT_EQ(place::read_file("/etc/TZ"), "ZONE10800\n");
 }
 
+TEST(ZoneChange, ClosesItsFileAfterTheSettingWasSaved) {
+    keeps_steps = true;
+    EXPECT_EQ(vk_setCurTimeZone(108, 17, "zone set"), 0);
+    EXPECT_TRUE(was_open_when_saved);
+    EXPECT_FALSE(forked::is_open_here("/etc/TZ"));
+}
+
+TEST(ZoneChange, DoesNotWaitForAFifo) {
+    g_stDaylightSaving.zone = 10100;
+    unlink("/etc/TZ");
+    ASSERT_EQ(mkfifo("/etc/TZ", 0666), 0);
+    const auto stays = [] { return vk_setCurTimeZone(108, 17, "zone set") == 0 && vk_getCurTimeZone(0) == 10100; };
+    EXPECT_TRUE(forked::succeeds(stays));
+    const int full = open("/etc/TZ", O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    char page[4096] = "";
+    while (write(full, page, sizeof page) > 0) {
+    }
+    EXPECT_TRUE(forked::succeeds(stays));
+    close(full);
+}
+
+TEST(ZoneChange, DoesNotLeaveItsFileToACommandByABusyFork) {
+    EXPECT_EQ(forked::commands_that_hold("/etc/TZ", [] { vk_setCurTimeZone(108, 17, "zone set"); }), 0);
+}
+
 TEST(ZoneChange, NamesTheUser) {
     keeps_steps = true;
     velkor_host_set_user("admin");
@@ -581,6 +621,34 @@ TEST(ZoneChangeLimit, BeginsItsDayWithTheFirstChange) {
     }
     pretended_uptime = 500000 + 86399;
     EXPECT_EQ(vk_isSetZoneEnable(), -1);
+}
+
+TEST(ZoneChangeLimit, GrantsTheLastChangeToOneOfManyThreads) {
+    constexpr int THREADS = 6;
+    pretended_uptime = 1000;
+    for (int i = 0; i < 19; ++i) {
+        EXPECT_EQ(vk_isSetZoneEnable(), 0) << i;
+    }
+    awaited_readers = THREADS;
+    std::atomic<int> granted{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < THREADS; ++i) {
+        threads.emplace_back([&] { granted += vk_isSetZoneEnable() == 0 ? 1 : 0; });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(granted, 1);
+}
+
+TEST(ZoneChangeLimit, WorksInTheChildrenOfABusyFork) {
+    pretended_uptime = 1000;
+    const auto ask = [] {
+        pretended_uptime = pretended_uptime + 40000;
+        vk_isSetZoneEnable();
+        return true;
+    };
+    EXPECT_EQ(forked::first_that_fails(60, ask, ask), -1);
 }
 
 TEST(ZoneChangeLimit, IsLogged) {
