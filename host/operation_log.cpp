@@ -68,10 +68,11 @@ int log_Write(int handle, int major, int minor, int code, const char *format, ..
     va_end(arguments);
     flatten(text);
 
+    // Converted with the lock, which a fork holds: the C library's own lock is free in a child.
+    const velkor_host::LockGuard guard(log_lock);
     const time_t now = time(nullptr);
     struct tm local = {};
     localtime_r(&now, &local);
-    const velkor_host::LockGuard guard(log_lock);
     FILE *const file = fopen(VELKOR_HOST_OPERATION_LOG, "ae");
     if (file == nullptr) {
         return -1;

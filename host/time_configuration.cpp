@@ -20,6 +20,34 @@ constexpr const char *NEW_FILE = VELKOR_HOST_DAYLIGHT_FILE ".new";
 pthread_mutex_t file_lock = PTHREAD_MUTEX_INITIALIZER;
 int calendar_enable = 0;
 
+// libvelkor reads the setting, and sets the zone in it, under a lock of its own. So each word is read and written in
+// one step here as there, and where a file changes several words, they change right after each other.
+template <typename Word>
+Word read_word(const Word &word) {
+    return __atomic_load_n(&word, __ATOMIC_RELAXED);
+}
+
+CfgDaylightSaving read_setting(const CfgDaylightSaving &from) {
+    return {read_word(from.enable), read_word(from.zone), read_word(from.start), read_word(from.stop),
+            read_word(from.offset)};
+}
+
+// A word that stays the same is left alone: it may be another by now.
+template <typename Word>
+void change_word(Word &word, Word before, Word now) {
+    if (now != before) {
+        __atomic_store_n(&word, now, __ATOMIC_RELAXED);
+    }
+}
+
+void change_setting(CfgDaylightSaving &setting, const CfgDaylightSaving &before, const CfgDaylightSaving &now) {
+    change_word(setting.enable, before.enable, now.enable);
+    change_word(setting.zone, before.zone, now.zone);
+    change_word(setting.start, before.start, now.start);
+    change_word(setting.stop, before.stop, now.stop);
+    change_word(setting.offset, before.offset, now.offset);
+}
+
 // One value of the file, in both directions.
 struct Line {
     const char *name;
@@ -75,11 +103,14 @@ int velkor_host_daylight_load() {
     if (file == nullptr) {
         return -1;
     }
+    const CfgDaylightSaving before = read_setting(g_stDaylightSaving);
+    CfgDaylightSaving now = before;
     char text[128];
     while (fgets(text, sizeof text, file) != nullptr) {
-        take_line(g_stDaylightSaving, text);
+        take_line(now, text);
     }
     fclose(file);
+    change_setting(g_stDaylightSaving, before, now);
     return 0;
 }
 
@@ -93,7 +124,7 @@ int Cfg_sDaylightSaving(const CfgDaylightSaving *setting) {
     if (file == nullptr) {
         return -1;
     }
-    if (!write_lines(file, *setting) || rename(NEW_FILE, VELKOR_HOST_DAYLIGHT_FILE) != 0) {
+    if (!write_lines(file, read_setting(*setting)) || rename(NEW_FILE, VELKOR_HOST_DAYLIGHT_FILE) != 0) {
         unlink(NEW_FILE);
         return -1;
     }

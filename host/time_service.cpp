@@ -1,4 +1,5 @@
 // The firmware's time service: uptime, the local difference, and a zone's text for the C library.
+#include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -7,7 +8,18 @@
 #include <velkor/firmware.h>
 #include <velkor_host.h>
 
+#include "lock_guard.h"
+
 namespace {
+
+// The C library looks at its zone with a lock of its own, which a forked child would inherit locked. So that is done
+// with this lock here, and a fork holds it.
+pthread_mutex_t zone_lock = PTHREAD_MUTEX_INITIALIZER;
+
+__attribute__((constructor)) void begin() {
+    pthread_atfork([] { pthread_mutex_lock(&zone_lock); }, [] { pthread_mutex_unlock(&zone_lock); },
+                   [] { pthread_mutex_unlock(&zone_lock); });
+}
 
 int64_t uptime_ms() {
     struct timespec now;
@@ -80,6 +92,7 @@ int vkt_get_time_diff(int64_t *seconds) {
     if (seconds == nullptr) {
         return -1;
     }
+    const velkor_host::LockGuard guard(zone_lock);
     const time_t now = time(nullptr);
     struct tm local;
     tzset();
@@ -124,6 +137,7 @@ int velkor_host_follow_zone_file() {
     const bool has_text = fgets(text, sizeof text, file) != nullptr;
     fclose(file);
     text[strcspn(text, "\r\n")] = '\0';
+    const velkor_host::LockGuard guard(zone_lock);
     if (!has_text || text[0] == '\0' || setenv("TZ", text, 1) != 0) {  // NOLINT(concurrency-mt-unsafe): see the header
         return -1;
     }

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/forked.h"
 #include "support/place.h"
 
 namespace {
@@ -33,6 +34,11 @@ TEST(HostUser, StaysForTheThreadThatAsked) {
         EXPECT_STREQ(UKCmd_GetUser(), "guest");
     }).join();
     EXPECT_STREQ(user, "admin");
+}
+
+TEST(HostOperationLog, IsWrittenInTheChildrenOfABusyFork) {
+    const auto write = [] { return log_Write(17, 3, 0xFFF0, 3018, "%s", "zone set") == 0; };
+    EXPECT_EQ(forked::first_that_fails(120, write, write), -1);
 }
 
 TEST(HostOperationLog, HasALineAnEntry) {

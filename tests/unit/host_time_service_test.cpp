@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "support/forked.h"
 #include "support/place.h"
 
 namespace {
@@ -47,6 +48,14 @@ TEST(HostUptime, IsTheKernels) {
     EXPECT_NEAR(static_cast<double>(milliseconds) / 1000, static_cast<double>(now.tv_sec), 2);
     EXPECT_EQ(vkt_get_uptime(nullptr), -1);
     EXPECT_EQ(vkt_get_uptime_ms(nullptr), -1);
+}
+
+TEST(HostTimeDifference, IsToldInTheChildrenOfABusyFork) {
+    const auto ask = [] {
+        int64_t seconds = 0;
+        return vkt_get_time_diff(&seconds) == 0;
+    };
+    EXPECT_EQ(forked::first_that_fails(40, ask, ask), -1);
 }
 
 TEST(HostTimeDifference, FollowsTheZone) {
