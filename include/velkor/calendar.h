@@ -68,7 +68,10 @@ VELKOR_API int vk_timespec_cmp(const struct timespec *a, const struct timespec *
 /** @} */
 
 /** @name Dates as text
- * Local time, as the C library has it. @{ */
+ * Local time, as the C library has it. All functions of this page that convert local time, these and those of daylight
+ * saving, do so one thread at a time, and none is at it while a thread forks: a forked child can convert. That does not
+ * hold for what the program calls itself. Where one of its threads is in localtime(), mktime() or their like while
+ * another forks, every conversion of the child waits for ever. @{ */
 
 /** The week days' abbreviations from "Sun" on. */
 extern VELKOR_API const char *const g_pcWday[7];
@@ -401,8 +404,8 @@ VELKOR_API int time_GetDaylightTransPos(int year, velkor_daylight_transitions *o
 VELKOR_API int vk_time_isInDaylight(void);
 
 /**
- * Change the time zone: pause recording, write "/etc/TZ", save the setting, write an operation log entry, restart
- * recording. Thread-safe; blocks while the recording control pauses and while the file is written.
+ * Change the time zone: pause recording, write "/etc/TZ", save the setting, close the file, write an operation log
+ * entry, restart recording. Thread-safe; blocks while the recording control pauses and while the file is written.
  *
  * When "/etc/TZ" cannot be written whole, the setting stays as it was, the file gets back what it held as far
  * as the disk allows, and everything else goes on.
@@ -424,7 +427,7 @@ VELKOR_API int vk_getCurTimeZone(int flag);
 
 /**
  * Ask for a change of the zone: at most 20 are granted in a period of 86400 seconds of uptime, which begins with the
- * first. Callers from several threads at the same moment may be granted one more.
+ * first. Thread-safe: callers at the same moment are granted no more.
  *
  * @retval 0   granted, and counted
  * @retval -1  refused

@@ -17,6 +17,12 @@
  * absent, and at once: to change a running process, remove it, write the new one beside it, and rename that
  * into its place.
  *
+ * A forked child logs whatever the threads of its parent were doing. Where the parent had several threads, the child
+ * stamps all lines of this page by the offset from UTC that held at the fork, until its zone changes (tzset()) or
+ * one of its threads comes back from a function of calendar.h that converts local time. A child that lives on may
+ * call one when it begins, TimeToString() say, and follows daylight time from then on; calendar.h says what that needs.
+ * A child of a process with one thread follows it anyway.
+ *
  * The call at every site asks first, so that a process whose log is off does not even evaluate arguments:
  *
  *     if (vk_GetLogmanEnable())
@@ -188,7 +194,11 @@ VELKOR_API int logman_set_invert(unsigned index, const char *text);
 /** Number of message buffers of a process. */
 #define VELKOR_MESSAGE_SLOTS 8
 
-/** A message buffer. Whoever registers it owns it, clears it first, and keeps it until the process ends. */
+/**
+ * A message buffer. Whoever registers it owns it, clears it first, and keeps it until the process ends. A forked child
+ * makes the lock anew, as a default mutex, where a thread holds it that is not there; what that thread was writing is
+ * not part of the text.
+ */
 typedef struct RtMsgBuf {
     pthread_mutex_t lock;   /**< guards what follows; a default mutex */
     uint32_t flags;         /**< bit 0: has wrapped, bit 1: may wrap; through RtMsgEx_gFlag() and RtMsgEx_sFlag() */
@@ -264,7 +274,7 @@ VELKOR_API int get_msg7(char *out, int size); /**< channel 8, see get_msg0() */
  * do not mix.
  *
  * @return not negative when the line was written; -1 when a field is NULL, the file could not be opened, or the line
- *         not written (the last two are logged)
+ *         not written whole (the last two are logged)
  */
 VELKOR_API int upgrade_WriteLog(const char *a, const char *b, const char *c);
 

@@ -220,7 +220,11 @@ typedef struct CfgDaylightSaving {
     int32_t offset; /**< minutes */
 } CfgDaylightSaving;
 
-/** Read by the library under its own lock, the zone also without; only the zone is ever changed by it. */
+/**
+ * Read by the library word by word, each in one step, and only the zone is ever changed by it, in the same way: the
+ * firmware may change words at any moment, in one step each. Where it changes several, a reader may see some of them
+ * changed.
+ */
 extern CfgDaylightSaving g_stDaylightSaving;
 
 /** Save @p setting. Called under the library's daylight lock: it must not call back. The result is ignored. */
