@@ -9,8 +9,9 @@
  * or +10000000 on the mean tropical year stands in for the equinox, and what no integer holds becomes the nearest one
  * that there is (0 for what is no number).
  *
- * A year's equinox costs some microseconds. It is computed once in a process; later conversions of dates of the same
- * year take nanoseconds. All functions are reentrant unless said otherwise.
+ * A year's equinox costs some microseconds. Those of the Gregorian years 1 to 4095 are remembered: each is computed
+ * once in a process, and later conversions of dates of the same year take nanoseconds. Outside these years every
+ * conversion computes what it needs. All functions are reentrant unless said otherwise.
  *
  * A `time_t` is as wide as it was when the library was compiled: 32 bits on the recorder. Where a C library has both
  * widths, a program is compiled with the library's (no `_TIME_BITS=64` there).

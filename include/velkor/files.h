@@ -49,13 +49,14 @@ enum velkor_copy_result {
  * @p dst is remembered for Get_Dir() once it is open. Any number of threads may copy at the same time; they share the
  * one cancel request and the one remembered destination.
  *
- * @param src         path of the source
- * @param dst         path of the destination; created, or emptied
+ * @param src         path of the source; NULL gives -8, at once and without a line in the log
+ * @param dst         path of the destination; created, or emptied. NULL gives -2 in the same way
  * @param dst_info    for a destination that contains "/dev/scsi/host": the file layer's record of 96 bytes, or NULL to
  *                    have one made from the source's status. Ignored for any other destination
  * @param size        bytes to copy; negative: the whole file, whatever its size
  * @param cancelable  not 0: stop when GetCopyCtrlStatus() says so, remove the destination, reset the request
- * @return 0 or a negative code, see velkor_copy_result; each failure is logged with the system's error number
+ * @return 0 or a negative code, see velkor_copy_result; each failure but that of a NULL path is logged with the
+ *         system's error number
  */
 VELKOR_API int copy_file(const char *src, const char *dst, void *dst_info, int size, int cancelable);
 

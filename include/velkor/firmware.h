@@ -188,7 +188,10 @@ void vkmem_GlobalFree(void *block);
 /** @name Time service
  * @{ */
 
-/** Uptime, into @p seconds. The library ignores the result. */
+/**
+ * Uptime, into @p seconds, by a clock that nobody sets: it never goes back, or the time-out of a name resolution would
+ * never come, and never jumps, or it would come too early. The library ignores the result.
+ */
 int vkt_get_uptime(int64_t *seconds);
 
 /** Uptime, into @p milliseconds. The library clears the value before and ignores the result. */

@@ -111,8 +111,9 @@ VELKOR_API int IPAddressU32ToChar(uint32_t value, char *out);
 VELKOR_API int ChangeIpAddr(char *text);
 
 /**
- * Whether a MAC may be this recorder's. The bytes are logged, last first. **The group bit is looked for in byte 4,**
- * which is where callers, who keep a MAC last byte first, have it.
+ * Whether a MAC may be this recorder's. The bytes are logged, last first. **Bit 0 of byte 4 is looked at,** which is
+ * the low bit of the second octet, since callers keep a MAC last byte first. The group bit, in the first octet, is not
+ * looked at: a multicast address may pass.
  *
  * @retval 0   it may
  * @retval -1  bit 0 of byte 4 is set, all bytes are 0 (both are logged), or @p mac is NULL
@@ -254,7 +255,8 @@ static inline void velkor_lookup_let_go(velkor_lookup *lookup) {
 
 /**
  * Resolve a name on another thread, and wait for it. Looks for an answer every 0.98 seconds, the first time after that
- * long, and gives up one to two seconds after the time-out.
+ * long. Gives up one to three seconds after the time-out: the uptime of a look has whole seconds, must be beyond the
+ * time-out, and is read before the pause.
  *
  * @param host     the name; of a longer one the first 128 characters count
  * @param timeout  seconds, by the firmware's uptime
@@ -270,8 +272,8 @@ VELKOR_API int GetIpByNameAsync(const char *host, int timeout, velkor_lookup **o
 VELKOR_API void *_Thr_GetIpTask(void *record);
 
 /**
- * Resolve a name within 6 seconds (8 at most). The first IPv4 address is preferred to the first IPv6 address wherever
- * they stand in the resolver's answer.
+ * Resolve a name with a time-out of 6 seconds: a resolver that hangs costs up to nine pauses, which is 8.9 seconds. The
+ * first IPv4 address is preferred to the first IPv6 address wherever they stand in the resolver's answer.
  *
  * @param host     the name
  * @param address  gets the text: INET6_ADDRSTRLEN (46) bytes. Emptied first, so empty after a failure

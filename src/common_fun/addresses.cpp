@@ -213,9 +213,9 @@ int Check_Mac_Rationality(const unsigned char mac[6]) {
         return -1;
     }
     VK_LOG("Autotest mac %2x:%2x:%2x:%2x:%2x:%2x", mac[5], mac[4], mac[3], mac[2], mac[1], mac[0]);
-    const bool is_group = (mac[4] & 1) != 0;
+    const bool is_odd = (mac[4] & 1) != 0;  // the second octet of a MAC that is kept last byte first
     const bool is_empty = std::all_of(mac, mac + 6, [](unsigned char byte) { return byte == 0; });
-    if (is_group || is_empty) {
+    if (is_odd || is_empty) {
         VK_LOG("%s %d address is illegality ", "Check_Mac_Rationality", 2029);
         return -1;
     }

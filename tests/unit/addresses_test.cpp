@@ -184,11 +184,14 @@ TEST(ChangeIpAddr, StaysInsideALongPiece) {
     EXPECT_EQ(changed("1.2.3.999999999999999", 1), "1.2.3.2147483647");
 }
 
-TEST(CheckMacRationality, RefusesTheGroupBitOfByteFourAndTheEmptyMac) {
+// Callers keep a MAC last byte first, so that byte 5 is the first octet, whose low bit is that of a group.
+TEST(CheckMacRationality, RefusesTheLowBitOfByteFourAndTheEmptyMac) {
     const unsigned char good[6] = {0x01, 0xff, 0xff, 0xff, 0x02, 0x00};
-    EXPECT_EQ(Check_Mac_Rationality(good), 0);  // byte 0 has the bit, which does not matter
-    const unsigned char group[6] = {0x02, 0, 0, 0, 0x01, 0};
-    EXPECT_EQ(Check_Mac_Rationality(group), -1);
+    EXPECT_EQ(Check_Mac_Rationality(good), 0);
+    const unsigned char group[6] = {0x01, 0, 0, 0x5e, 0x00, 0x01};
+    EXPECT_EQ(Check_Mac_Rationality(group), 0);
+    const unsigned char odd[6] = {0x02, 0, 0, 0, 0x01, 0};
+    EXPECT_EQ(Check_Mac_Rationality(odd), -1);
     const unsigned char empty[6] = {};
     EXPECT_EQ(Check_Mac_Rationality(empty), -1);
     EXPECT_EQ(Check_Mac_Rationality(nullptr), -1);
@@ -196,8 +199,8 @@ TEST(CheckMacRationality, RefusesTheGroupBitOfByteFourAndTheEmptyMac) {
 
 TEST(CheckMacRationality, LogsTheBytesLastFirstAndARefusal) {
     const LogCapture log;
-    const unsigned char group[6] = {0x1, 0x22, 0x3, 0x44, 0x5, 0xab};
-    Check_Mac_Rationality(group);
+    const unsigned char odd[6] = {0x1, 0x22, 0x3, 0x44, 0x5, 0xab};
+    Check_Mac_Rationality(odd);
     Check_Mac_Rationality(nullptr);
     EXPECT_EQ(LogCapture::take_messages(),
               (Messages{"Autotest mac ab: 5:44: 3:22: 1", "Check_Mac_Rationality 2029 address is illegality "}));

@@ -486,6 +486,24 @@ TEST_F(CheckIpTest, IsReachedThroughItsWorkerToo) {
     EXPECT_EQ(arping_main(0, nullptr), -1);
 }
 
+TEST_F(CheckIpTest, DoesNotKeepItsWorkerFromBeingCalledAlone) {
+    const wire::ArpStation station(far_, std::vector{answer_of("02:00:00:00:00:01")},
+                                   wire::ArpStation::Begin::WHEN_TOLD);
+    const wire::Tap tap(0x0806);
+    std::atomic<bool> is_first_back{false};
+    std::thread first([&] {
+        EXPECT_EQ(CheckIp(0, "10.7.0.9", slots[0], FOR_EVER, 1), 1);
+        is_first_back = true;
+    });
+    EXPECT_TRUE(place::eventually([&] { return tap.take().size() == 1; }));
+    char address[] = "10.7.0.2";
+    char *const arguments[] = {address, address, nullptr};
+    EXPECT_EQ(arping_main(0, arguments), 1);
+    EXPECT_FALSE(is_first_back);
+    station.tell();
+    first.join();
+}
+
 // A caller has eight slots at most, and listening ends when they are full; the count itself has no end.
 TEST(ArpAnswers, CountANinthStationWithoutRecordingIt) {
     char buffer[8][VELKOR_CHECK_IP_SLOT_SIZE] = {};

@@ -174,7 +174,7 @@ void add_resolve(CLI::App &net, Run &chosen) {
     const auto options = std::make_shared<ResolveOptions>();
     CLI::App &command = *net.add_subcommand("resolve", "The addresses of a name");
     command.add_option("NAME", options->name, "The name; its first 128 characters count")->required();
-    command.add_option("--timeout", options->timeout, "When to give up; it may take up to two seconds more")
+    command.add_option("--timeout", options->timeout, "When to give up; it may take up to three seconds more")
         ->type_name("S")
         ->check(CLI::Range(1, 3600).description(""))
         ->capture_default_str();
