@@ -16,8 +16,8 @@ namespace recorder {
 namespace {
 
 constexpr int TIMEOUT_S = 1;
-// The library gives up one to three seconds after the time-out; the resolver would after a minute. Between the two there
-// is room for a machine that is busy with other things.
+// The library gives up one to three seconds after the time-out; the resolver would after a minute. Between the two
+// there is room for a machine that is busy with other things.
 constexpr unsigned BOUND_MS = 10000;
 
 std::string first_address(const velkor_lookup &lookup) {
