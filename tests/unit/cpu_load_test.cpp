@@ -130,7 +130,7 @@ TEST(CpuDataTimer, LastsASecondInSpiteOfSignals) {
         EXPECT_EQ(CalCPUDataTimer(), 0);
     }
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
-    EXPECT_GT(Alarms::count(), 1);
+    EXPECT_GT(Alarms::count(), 0);
 }
 
 TEST(CpuDataTimer, WorksOnTheRealKernel) {
