@@ -42,6 +42,7 @@ void settle_in_runner() {
     }
     end_with_tool();
     static_cast<void>(fchdir(home) == 0);
+    home = -1;  // what the runner itself forks is no runner
     struct sigaction action = {};
     action.sa_handler = [](int) {};
     action.sa_flags = SA_RESTART;
