@@ -1,22 +1,43 @@
-// GB2312 and UTF-8 by way of the C library's iconv. A descriptor is made for each call: that is quick after the first,
-// and needs no lock.
+// GB2312 and UTF-8 by way of the C library's iconv. A descriptor is made for each call: that is quick after the first.
 #include <errno.h>
 #include <iconv.h>
+#include <pthread.h>
 #include <stdint.h>
 #include <string.h>
 
 #include <velkor_host.h>
 
+#include "lock_guard.h"
+
 namespace {
 
 constexpr int MODE = 1;
 
+// The C library finds its converters under a lock of its own, which a forked child would inherit locked, and wait for
+// ever. So they are opened and closed under this lock, and a fork holds it.
+pthread_mutex_t converters_lock = PTHREAD_MUTEX_INITIALIZER;
+
+__attribute__((constructor)) void survive_fork() {
+    pthread_atfork([] { pthread_mutex_lock(&converters_lock); }, [] { pthread_mutex_unlock(&converters_lock); },
+                   [] { pthread_mutex_unlock(&converters_lock); });
+}
+
+iconv_t open_converter(const char *to, const char *from) {
+    const velkor_host::LockGuard guard(converters_lock);
+    return iconv_open(to, from);
+}
+
+void close_converter(iconv_t converter) {
+    const velkor_host::LockGuard guard(converters_lock);
+    iconv_close(converter);
+}
+
 class Converter {
 public:
-    Converter(const char *to, const char *from) : descriptor_(iconv_open(to, from)) {}
+    Converter(const char *to, const char *from) : descriptor_(open_converter(to, from)) {}
     ~Converter() {
         if (*this) {
-            iconv_close(descriptor_);
+            close_converter(descriptor_);
         }
     }
     Converter(const Converter &) = delete;
