@@ -2,6 +2,7 @@
 #include <arpa/inet.h>
 #include <net/if.h>
 #include <netinet/in.h>
+#include <pthread.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -19,8 +20,10 @@
 #include <velkor/text.h>
 
 #include "support/interface_request.h"
+#include "support/lock_guard.h"
 #include "support/log.h"
 #include "support/owners.h"
+#include "support/platform.h"
 #include "support/route_dump.h"
 
 static_assert(sizeof(NetIpv6AddressList) == 1220);
@@ -173,8 +176,26 @@ int NetDevice_GetIpv6AddressUsed(char *address, uint32_t *attribute, uintptr_t d
     return 0;
 }
 
-uint16_t GetRandomPort(uint16_t lower) {
+namespace {
+
+// The C library's generator has a lock of its own, which a forked child would inherit locked, and wait for ever. So it
+// is used under this lock, and a fork holds it.
+pthread_mutex_t generator_lock = PTHREAD_MUTEX_INITIALIZER;
+
+__attribute__((constructor)) void survive_fork() {
+    velkor::around_fork([] { pthread_mutex_lock(&generator_lock); }, [] { pthread_mutex_unlock(&generator_lock); },
+                        [] { pthread_mutex_unlock(&generator_lock); });
+}
+
+int seeded_number() {
+    const velkor::LockGuard guard(generator_lock);
     srand(static_cast<unsigned>(getpid()) + static_cast<unsigned>(time(nullptr)));
-    const int port = rand() & 0xffff;  // NOLINT(concurrency-mt-unsafe,cert-msc30-c,cert-msc50-cpp): a port, no secret
+    return rand();  // NOLINT(concurrency-mt-unsafe,cert-msc30-c,cert-msc50-cpp): for a port, no secret
+}
+
+}  // namespace
+
+uint16_t GetRandomPort(uint16_t lower) {
+    const int port = seeded_number() & 0xffff;
     return static_cast<uint16_t>(port < lower ? port + lower : port);
 }
