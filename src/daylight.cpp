@@ -372,8 +372,7 @@ namespace {
 
 __attribute__((constructor)) void survive_fork() {
     velkor::when_forked([] { daylight_mutex = PTHREAD_MUTEX_INITIALIZER; });
-    velkor::around_fork([] { pthread_mutex_lock(&count_lock); }, [] { pthread_mutex_unlock(&count_lock); },
-                        [] { pthread_mutex_unlock(&count_lock); });
+    velkor::hold_over_fork<count_lock>();
 }
 
 }  // namespace

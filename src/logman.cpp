@@ -31,6 +31,7 @@
 #include "support/log_stamp.h"
 #include "support/open_file.h"
 #include "support/owners.h"
+#include "support/pause.h"
 #include "support/plain_format.h"
 #include "support/platform.h"
 #include "support/racing_bytes.h"
@@ -446,7 +447,7 @@ int vk_printftomem([[maybe_unused]] int level, const char *module, [[maybe_unuse
 namespace {
 
 constexpr int PASSES_PER_POLL = 100;
-constexpr useconds_t POLL_PAUSE_US = 10;
+constexpr int64_t POLL_PAUSE_US = 10;
 constexpr unsigned long COARSE_SLACK_NS = 1000000;
 
 // Two draining threads (a second logman_init()) must not both take the same last record for theirs.
@@ -481,7 +482,7 @@ public:
             prctl(PR_SET_TIMERSLACK, coarse ? COARSE_SLACK_NS : ordinary_slack_, 0, 0, 0);
             coarse_ = coarse;
         }
-        usleep(POLL_PAUSE_US);
+        velkor::pause_for_us(POLL_PAUSE_US);
     }
 
 private:

@@ -19,6 +19,7 @@
 #include "support/assertion_report.h"
 #include "support/lock_guard.h"
 #include "support/log.h"
+#include "support/open_file.h"
 #include "support/owners.h"
 #include "support/pause.h"
 #include "support/platform.h"
@@ -97,7 +98,7 @@ int find_tasks(const char *name, TaskIds &tasks) {
         return -12;
     }
     search(name, result.path());
-    const velkor::OwnedStream file(fopen(result.path(), "re"));
+    const velkor::OwnedStream file(velkor::open_file_stream(result.path(), O_RDONLY, "r"));
     if (!file) {
         VK_LOG("[%s:%d]-fail to open", "vk_FindRunningTask", __LINE__);
         return -13;
@@ -250,7 +251,7 @@ int parse(const Line &line, SwapArea &area) {
 
 // The line of the first swap area, behind the titles; empty when there is none.
 bool read_first_area(Line &line) {
-    const velkor::OwnedStream file(fopen("/proc/swaps", "re"));
+    const velkor::OwnedStream file(velkor::open_file_stream("/proc/swaps", O_RDONLY, "r"));
     if (!file) {
         return false;
     }

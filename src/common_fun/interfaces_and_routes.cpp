@@ -182,10 +182,7 @@ namespace {
 // is used under this lock, and a fork holds it.
 pthread_mutex_t generator_lock = PTHREAD_MUTEX_INITIALIZER;
 
-__attribute__((constructor)) void survive_fork() {
-    velkor::around_fork([] { pthread_mutex_lock(&generator_lock); }, [] { pthread_mutex_unlock(&generator_lock); },
-                        [] { pthread_mutex_unlock(&generator_lock); });
-}
+__attribute__((constructor)) void survive_fork() { velkor::hold_over_fork<generator_lock>(); }
 
 int seeded_number() {
     const velkor::LockGuard guard(generator_lock);

@@ -63,12 +63,7 @@ int64_t wait_for_status(const velkor_lookup &lookup, int64_t start, int timeout)
 // unlock it.
 pthread_mutex_t letting_go_lock = PTHREAD_MUTEX_INITIALIZER;
 
-void lock_letting_go() { pthread_mutex_lock(&letting_go_lock); }
-void unlock_letting_go() { pthread_mutex_unlock(&letting_go_lock); }
-
-__attribute__((constructor)) void survive_fork() {
-    velkor::around_fork(lock_letting_go, unlock_letting_go, unlock_letting_go);
-}
+__attribute__((constructor)) void survive_fork() { velkor::hold_over_fork<letting_go_lock>(); }
 
 // Answers whether the other side has let go already, so that the lookup is the caller's alone.
 bool finish(velkor_lookup &lookup) {

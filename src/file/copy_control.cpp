@@ -60,11 +60,8 @@ constexpr size_t TARGET_SIZE = VELKOR_TARGET_LENGTH + 1;
 pthread_mutex_t target_lock = PTHREAD_MUTEX_INITIALIZER;
 char target[TARGET_SIZE];
 
-void lock_target() { pthread_mutex_lock(&target_lock); }
-void unlock_target() { pthread_mutex_unlock(&target_lock); }
-
 // A child has the whole text, never half of a new one.
-__attribute__((constructor)) void survive_fork() { velkor::around_fork(lock_target, unlock_target, unlock_target); }
+__attribute__((constructor)) void survive_fork() { velkor::hold_over_fork<target_lock>(); }
 
 }  // namespace
 

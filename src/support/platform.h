@@ -28,4 +28,10 @@ inline void around_fork(void (*before)(), void (*in_parent)(), void (*in_child)(
     pthread_atfork(before, in_parent, in_child);
 }
 
+template <pthread_mutex_t &lock>
+void hold_over_fork() {
+    around_fork([] { pthread_mutex_lock(&lock); }, [] { pthread_mutex_unlock(&lock); },
+                [] { pthread_mutex_unlock(&lock); });
+}
+
 }  // namespace velkor
