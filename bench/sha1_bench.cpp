@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "support/sha1_plain.h"
+#include "sha1/plain.h"
 
 namespace {
 

@@ -2,10 +2,10 @@
 #include <velkor/text.h>
 #include <velkor_host.h>
 
+#include "common_fun/base64_plain.h"
+#include "common_fun/find_plain.h"
 #include "fuzzer.h"
-#include "support/base64_plain.h"
 #include "support/exact_bytes.h"
-#include "support/find_plain.h"
 #include "support/text_models.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "fuzzer.h"
-#include "support/arp_packet.h"
-#include "support/icmp_packet.h"
+#include "net_check/arp_packet.h"
+#include "net_check/icmp_packet.h"
 
 namespace {
 

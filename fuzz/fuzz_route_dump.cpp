@@ -8,8 +8,8 @@
 #include <cstring>
 #include <vector>
 
+#include "common_fun/route_dump.h"
 #include "fuzzer.h"
-#include "support/route_dump.h"
 
 namespace {
 

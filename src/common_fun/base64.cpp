@@ -5,8 +5,8 @@
 
 #include <velkor/text.h>
 
-#include "support/base64_plain.h"
-#include "support/base64_x86.h"
+#include "common_fun/base64_plain.h"
+#include "common_fun/base64_x86.h"
 #include "support/best_version.h"
 #include "support/x86_features.h"
 

@@ -4,9 +4,9 @@
 
 #include <velkor/text.h>
 
+#include "common_fun/find_plain.h"
+#include "common_fun/find_x86.h"
 #include "support/best_version.h"
-#include "support/find_plain.h"
-#include "support/find_x86.h"
 #include "support/x86_features.h"
 
 namespace {

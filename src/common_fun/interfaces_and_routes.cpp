@@ -19,12 +19,12 @@
 #include <velkor/network.h>
 #include <velkor/text.h>
 
+#include "common_fun/route_dump.h"
 #include "support/interface_request.h"
 #include "support/lock_guard.h"
 #include "support/log.h"
 #include "support/owners.h"
 #include "support/platform.h"
-#include "support/route_dump.h"
 
 static_assert(sizeof(NetIpv6AddressList) == 1220);
 

@@ -9,8 +9,8 @@
 
 #include <velkor/text.h>
 
+#include "common_fun/scratch_block.h"
 #include "support/log.h"
-#include "support/scratch_block.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include <velkor/text.h>
 
-#include "support/scratch_block.h"
+#include "common_fun/scratch_block.h"
 
 namespace {
 

@@ -10,9 +10,9 @@
 #include <velkor/firmware.h>
 #include <velkor/network.h>
 
-#include "support/arp_answers.h"
-#include "support/arp_probe.h"
-#include "support/card_names.h"
+#include "net_check/arp_answers.h"
+#include "net_check/arp_probe.h"
+#include "net_check/card_names.h"
 #include "support/lock_guard.h"
 #include "support/platform.h"
 

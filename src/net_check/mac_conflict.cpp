@@ -9,7 +9,7 @@
 #include <velkor/network.h>
 #include <velkor/text.h>
 
-#include "support/arp_probe.h"
+#include "net_check/arp_probe.h"
 #include "support/log.h"
 
 namespace {

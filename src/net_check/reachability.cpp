@@ -14,8 +14,8 @@
 
 #include <velkor/network.h>
 
-#include "support/card_names.h"
-#include "support/icmp_packet.h"
+#include "net_check/card_names.h"
+#include "net_check/icmp_packet.h"
 #include "support/log.h"
 #include "support/owners.h"
 #include "support/uninterrupted.h"

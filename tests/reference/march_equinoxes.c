@@ -1,6 +1,6 @@
 /*
- * March equinoxes of 1900 to 2100 by an ephemeris that shares nothing with src/astro.cpp: the Earth's position from
- * eraEpv00 (a fit to DE405), aberration from eraAb, precession and nutation IAU 2006/2000A. Prints the table of
+ * March equinoxes of 1900 to 2100 by an ephemeris that shares nothing with src/astro/astro.cpp: the Earth's position
+ * from eraEpv00 (a fit to DE405), aberration from eraAb, precession and nutation IAU 2006/2000A. Prints the table of
  * tests/unit/astro_reference.h. Kept for whoever wants to check it; no build needs it.
  *
  *     apt-get install liberfa-dev

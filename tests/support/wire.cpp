@@ -19,7 +19,7 @@
 
 #include <cstring>
 
-#include "support/icmp_packet.h"
+#include "net_check/icmp_packet.h"
 
 namespace wire {
 

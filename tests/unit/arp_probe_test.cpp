@@ -1,4 +1,4 @@
-#include "support/arp_probe.h"
+#include "net_check/arp_probe.h"
 
 #include <errno.h>
 #include <gtest/gtest.h>

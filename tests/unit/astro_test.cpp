@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <limits>
 
+#include "astro/tables.h"
 #include "astro_reference.h"
-#include "astro_tables.h"
 
 namespace {
 

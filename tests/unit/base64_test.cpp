@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "support/base64_plain.h"
-#include "support/base64_x86.h"
+#include "common_fun/base64_plain.h"
+#include "common_fun/base64_x86.h"
 #include "support/exact_bytes.h"
 #include "support/random_text.h"
 #include "support/text_models.h"

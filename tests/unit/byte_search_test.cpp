@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "common_fun/find_plain.h"
+#include "common_fun/find_x86.h"
 #include "support/exact_bytes.h"
-#include "support/find_plain.h"
-#include "support/find_x86.h"
 #include "support/random_text.h"
 #include "support/text_models.h"
 #include "support/x86_features.h"

@@ -1,4 +1,4 @@
-#include "support/icmp_packet.h"
+#include "net_check/icmp_packet.h"
 
 #include <gtest/gtest.h>
 

@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "iniparser_line.h"
+#include "iniparser/line.h"
 #include "support/ini_lockstep.h"
 #include "support/place.h"
 

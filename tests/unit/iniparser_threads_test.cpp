@@ -1,6 +1,6 @@
 // The text helpers' buffers, which all threads share. This program has the parser's source for itself, so that it is
 // built without optimisation as the tests are: each shared word is then read as often as the source says.
-#include "iniparser.cpp"  // NOLINT(bugprone-suspicious-include)
+#include "iniparser/iniparser.cpp"  // NOLINT(bugprone-suspicious-include)
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>

@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/arp_answers.h"
+#include "net_check/arp_answers.h"
 #include "support/held_clock.h"
 #include "support/log_capture.h"
 #include "support/place.h"

@@ -21,7 +21,7 @@
 #include <thread>
 #include <vector>
 
-#include "mem_record_modules.h"
+#include "mem_record/modules.h"
 #include "support/log_capture.h"
 #include "support/place.h"
 

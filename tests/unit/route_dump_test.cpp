@@ -1,4 +1,4 @@
-#include "support/route_dump.h"
+#include "common_fun/route_dump.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

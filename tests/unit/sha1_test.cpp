@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "sha1/plain.h"
+#include "sha1/x86.h"
 #include "support/exact_bytes.h"
 #include "support/place.h"
 #include "support/random_text.h"
-#include "support/sha1_plain.h"
-#include "support/sha1_x86.h"
 #include "support/text_models.h"
 #include "support/x86_features.h"
 

@@ -1,6 +1,6 @@
 // The pipe numbers' end. Nobody opens 268 million pipes for a test: this program has the library's source for itself,
 // and the runner that it forks begins shortly before.
-#include "vk_system.cpp"  // NOLINT(bugprone-suspicious-include)
+#include "vk_system/vk_system.cpp"  // NOLINT(bugprone-suspicious-include)
 
 #include <gtest/gtest.h>
 

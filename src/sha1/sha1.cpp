@@ -5,9 +5,9 @@
 
 #include <velkor/text.h>
 
+#include "sha1/plain.h"
+#include "sha1/x86.h"
 #include "support/best_version.h"
-#include "support/sha1_plain.h"
-#include "support/sha1_x86.h"
 #include "support/x86_features.h"
 
 static_assert(sizeof(SHA1Context) == 104);

@@ -21,7 +21,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "support/text_head.h"
+#include "iniparser/text_head.h"
 
 namespace velkor::ini {
 

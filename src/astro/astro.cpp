@@ -8,7 +8,7 @@
 
 #include <velkor/calendar.h>
 
-#include "astro_tables.h"
+#include "astro/tables.h"
 #include "support/mean_equinox.h"
 
 namespace {

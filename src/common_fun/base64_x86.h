@@ -7,7 +7,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "support/base64_plain.h"
+#include "common_fun/base64_plain.h"
 
 namespace velkor {
 

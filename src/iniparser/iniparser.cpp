@@ -15,14 +15,14 @@
 
 #include <velkor/configuration.h>
 
-#include "iniparser_line.h"
+#include "iniparser/line.h"
+#include "iniparser/text_head.h"
 #include "support/dictionary_arrays.h"
 #include "support/number_text.h"
 #include "support/open_file.h"
 #include "support/owners.h"
 #include "support/platform.h"
 #include "support/racing_bytes.h"
-#include "support/text_head.h"
 #include "support/uninterrupted.h"
 
 using std::string_view;

@@ -10,9 +10,9 @@
 
 #include <velkor/configuration.h>
 
+#include "iniparser/text_head.h"
 #include "support/dictionary_arrays.h"
 #include "support/quick_hash.h"
-#include "support/text_head.h"
 
 using std::string_view;
 using velkor::text_head;

@@ -12,7 +12,7 @@
 #include <algorithm>
 #include <bit>
 
-#include "support/find_plain.h"
+#include "common_fun/find_plain.h"
 
 namespace velkor {
 

@@ -20,7 +20,7 @@
 #include <velkor/firmware.h>
 #include <velkor/text.h>
 
-#include "mem_record_modules.h"
+#include "mem_record/modules.h"
 #include "support/lock_guard.h"
 #include "support/log.h"
 #include "support/platform.h"

@@ -17,7 +17,7 @@
 
 #include <algorithm>
 
-#include "support/arp_packet.h"
+#include "net_check/arp_packet.h"
 #include "support/interface_request.h"
 #include "support/owners.h"
 #include "support/uninterrupted.h"

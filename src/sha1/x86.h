@@ -7,7 +7,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "support/sha1_plain.h"
+#include "sha1/plain.h"
 
 namespace velkor {
 
