@@ -20,9 +20,11 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
 
 if(CMAKE_CROSSCOMPILING)
-  # The board: what runs, to be unpacked into any prefix.
+  # The board: what runs, to be unpacked into any prefix. Named after what its compiler's name begins with.
+  get_filename_component(board ${CMAKE_C_COMPILER} NAME)
+  string(REGEX REPLACE "-?gcc.*$" "" board ${board})
   set(CPACK_GENERATOR TGZ)
-  set(CPACK_PACKAGE_FILE_NAME libvelkor-${PROJECT_VERSION}-${CMAKE_LIBRARY_ARCHITECTURE})
+  set(CPACK_PACKAGE_FILE_NAME libvelkor-${PROJECT_VERSION}-${board})
   set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
   set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
   set(CPACK_COMPONENTS_ALL runtime host-runtime)
