@@ -9,7 +9,7 @@ for library in "$@"; do
     needed=$("$readelf" -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
     for name in $needed; do
         case $name in
-        libc.so.* | libm.so.* | libpthread.so.* | ld-linux*.so.*) ;;
+        libc.so.* | libm.so.* | libpthread.so.* | ld-linux*.so.* | ld-uClibc*.so.*) ;;
         libasan.so.* | libubsan.so.* | libtsan.so.*) ;; # only in a build that is watched
         *)
             echo "$library needs $name"
