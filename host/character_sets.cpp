@@ -7,6 +7,8 @@
 
 #include <velkor_host.h>
 
+#include <bit>
+
 #include "lock_guard.h"
 
 namespace {
@@ -43,7 +45,8 @@ public:
     Converter(const Converter &) = delete;
     Converter &operator=(const Converter &) = delete;
 
-    explicit operator bool() const { return reinterpret_cast<intptr_t>(descriptor_) != -1; }
+    // A pointer in some C libraries, a number in others.
+    explicit operator bool() const { return std::bit_cast<intptr_t>(descriptor_) != -1; }
 
     // Writes whole characters only, and the terminator behind them.
     int convert(const char *in, char *out, size_t size) const {
