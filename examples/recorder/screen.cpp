@@ -64,7 +64,10 @@ extern "C" void give_back_while_stopped(int /*number*/) {
     }
 }
 
-void handle(int number, void (*handler)(int), int flags) {
+// Each C library has a type of its own for them.
+using SignalFlags = decltype(sigaction::sa_flags);
+
+void handle(int number, void (*handler)(int), SignalFlags flags) {
     struct sigaction action = {};
     action.sa_handler = handler;
     action.sa_flags = flags;
@@ -94,7 +97,7 @@ Screen::Screen() : is_coloured_(wants_colour()) {
     owner = getpid();
     signal(SIGTTOU, SIG_IGN);
     for (const int number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGQUIT}) {
-        handle(number, give_back_and_die, static_cast<int>(SA_RESETHAND));
+        handle(number, give_back_and_die, static_cast<SignalFlags>(SA_RESETHAND));
     }
     handle(SIGTSTP, give_back_while_stopped, SA_RESTART);
     take();
