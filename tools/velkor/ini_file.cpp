@@ -1,8 +1,9 @@
 #include "ini_file.h"
 
 #include <fcntl.h>
+#include <linux/memfd.h>
 #include <stdlib.h>
-#include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,10 +19,13 @@ namespace {
 constexpr size_t LONGEST_PIECE = 1023;
 constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
 
+// Boards have C libraries that know no memfd_create().
+int create_memory_file() { return static_cast<int>(syscall(SYS_memfd_create, "velkor-ini", MFD_CLOEXEC)); }
+
 // A text that can be opened by a path.
 class MemoryFile {
 public:
-    MemoryFile() : descriptor_(memfd_create("velkor-ini", MFD_CLOEXEC)) {
+    MemoryFile() : descriptor_(create_memory_file()) {
         if (!descriptor_) {
             fail_call("keep a file in memory");
         }
