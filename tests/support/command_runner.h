@@ -10,6 +10,7 @@
 #include <sys/resource.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <velkor/process.h>
@@ -115,20 +116,26 @@ private:
     pid_t process_ = -1;
 };
 
+// prlimit(), which boards' C libraries need not know.
+inline int limit_process(pid_t process, int resource, const struct rlimit *limit, struct rlimit *before) {
+    static_assert(sizeof(struct rlimit) == 2 * sizeof(uint64_t), "as the kernel has it");
+    return static_cast<int>(syscall(SYS_prlimit64, process, resource, limit, before));
+}
+
 // While it lives, a process gets no new descriptor but those below the first `free` unused numbers.
 class FewDescriptors {
 public:
     FewDescriptors(pid_t process, unsigned free) : process_(process) {
         const std::string directory = "/proc/" + std::to_string(process) + "/fd/";
-        EXPECT_EQ(prlimit(process, RLIMIT_NOFILE, nullptr, &before_), 0);
+        EXPECT_EQ(limit_process(process, RLIMIT_NOFILE, nullptr, &before_), 0);
         struct rlimit few = {0, before_.rlim_max};
         for (; free > 0; ++few.rlim_cur) {
             char target[8];
             free -= readlink((directory + std::to_string(few.rlim_cur)).c_str(), target, sizeof target) < 0 ? 1U : 0U;
         }
-        EXPECT_EQ(prlimit(process, RLIMIT_NOFILE, &few, nullptr), 0);
+        EXPECT_EQ(limit_process(process, RLIMIT_NOFILE, &few, nullptr), 0);
     }
-    ~FewDescriptors() { EXPECT_EQ(prlimit(process_, RLIMIT_NOFILE, &before_, nullptr), 0); }
+    ~FewDescriptors() { EXPECT_EQ(limit_process(process_, RLIMIT_NOFILE, &before_, nullptr), 0); }
     FewDescriptors(const FewDescriptors &) = delete;
     FewDescriptors &operator=(const FewDescriptors &) = delete;
 
@@ -163,7 +170,7 @@ inline void become_limitable() {
 // The process can start neither threads nor processes any more.
 inline void forbid_threads(pid_t process) {
     const struct rlimit none = {0, 0};
-    EXPECT_EQ(prlimit(process, RLIMIT_NPROC, &none, nullptr), 0);
+    EXPECT_EQ(limit_process(process, RLIMIT_NPROC, &none, nullptr), 0);
 }
 
 }  // namespace command_runner

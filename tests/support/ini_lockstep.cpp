@@ -1,7 +1,8 @@
 #include "support/ini_lockstep.h"
 
+#include <linux/memfd.h>
 #include <stdlib.h>
-#include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <iterator>
@@ -174,7 +175,11 @@ std::string printed(void (*dump)(const dictionary *, FILE *), const dictionary *
     return print_to_memory([=](FILE *out) { dump(d, out); });
 }
 
-MemoryFile::MemoryFile(const std::string &content) : descriptor_(memfd_create("ini", MFD_CLOEXEC)) { write(content); }
+// Boards have C libraries that know no memfd_create().
+MemoryFile::MemoryFile(const std::string &content)
+    : descriptor_(static_cast<int>(syscall(SYS_memfd_create, "ini", MFD_CLOEXEC))) {
+    write(content);
+}
 
 MemoryFile::~MemoryFile() { close(descriptor_); }
 

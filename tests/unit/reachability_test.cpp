@@ -57,7 +57,10 @@ extern "C" int setsockopt(int socket, int level, int option, const void *value, 
     return real<int (*)(int, int, int, const void *, socklen_t)>("setsockopt")(socket, level, option, value, size);
 }
 
-extern "C" int gettimeofday(struct timeval *time, void *zone) noexcept {
+// C libraries differ in how they declare the second argument, so that this one has another name until it is linked.
+extern "C" int held_gettimeofday(struct timeval *time, void *zone) noexcept __asm__("gettimeofday");
+
+extern "C" int held_gettimeofday(struct timeval *time, void *zone) noexcept {
     if (times_of_day.empty()) {
         return real<int (*)(struct timeval *, void *)>("gettimeofday")(time, zone);
     }
