@@ -35,6 +35,7 @@
 #include "support/errno_keeper.h"
 #include "support/lock_guard.h"
 #include "support/log.h"
+#include "support/open_file.h"
 #include "support/owners.h"
 #include "support/pause.h"
 #include "support/platform.h"
@@ -262,8 +263,7 @@ void format_pipe_path(char (&path)[PIPE_PATH_SIZE], int32_t number) {
 // An open of a pipe waits until somebody has the other end, for ever if need be. This one does not: a reader without a
 // writer reads nothing, and a writer without a reader is refused. Reading and writing wait as ever.
 int open_at_once(const char *path, int flags) {
-    constexpr mode_t ANYBODY = 0666;
-    velkor::OwnedDescriptor descriptor(open(path, flags | O_NONBLOCK | O_CLOEXEC, ANYBODY));
+    velkor::OwnedDescriptor descriptor(velkor::open_file(path, flags));
     if (!descriptor) {
         return -1;
     }
@@ -803,11 +803,7 @@ int flags_of_mode(const char *mode) {
 FILE *open_stream(const char *path, const char *mode) {
     const int flags = flags_of_mode(mode);
     velkor::OwnedDescriptor descriptor(flags >= 0 ? open_at_once(path, flags) : -1);
-    FILE *const stream = descriptor ? fdopen(descriptor.get(), mode) : nullptr;
-    if (stream != nullptr) {
-        descriptor.release();
-    }
-    return stream;
+    return velkor::stream_of(descriptor, mode);
 }
 
 FILE *open_to_read(int32_t number, const char *command, const char *mode) {
