@@ -27,6 +27,7 @@
 
 #include <atomic>
 #include <span>
+#include <utility>
 
 #include <velkor/allocation.h>
 #include <velkor/process.h>
@@ -609,11 +610,12 @@ void remove_segment() {
     }
 }
 
+// A child that is forked meanwhile finds no attachment that is gone.
 void detach() {
-    if (attached != nullptr && attached->calls == 0) {
-        unmap(attached);
+    Attachment *const former = std::exchange(attached, nullptr);
+    if (former != nullptr && former->calls == 0) {
+        unmap(former);
     }
-    attached = nullptr;
     remove_segment();
 }
 
@@ -636,12 +638,14 @@ bool attach() {
         return false;
     }
     memset(area, 0, AREA_SIZE);
-    attached = static_cast<Attachment *>(dvrMalloc_libc(sizeof(Attachment)));
-    if (attached == nullptr) {
+    auto *const attachment = static_cast<Attachment *>(dvrMalloc_libc(sizeof(Attachment)));
+    if (attachment == nullptr) {
         shmdt(area);
         return false;
     }
-    begin(*attached, static_cast<Slot *>(area));
+    begin(*attachment, static_cast<Slot *>(area));
+    std::atomic_thread_fence(std::memory_order_release);  // filled before it is seen
+    attached = attachment;
     return true;
 }
 
