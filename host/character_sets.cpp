@@ -2,12 +2,9 @@
 #include <errno.h>
 #include <iconv.h>
 #include <pthread.h>
-#include <stdint.h>
 #include <string.h>
 
 #include <velkor_host.h>
-
-#include <bit>
 
 #include "lock_guard.h"
 
@@ -46,7 +43,7 @@ public:
     Converter &operator=(const Converter &) = delete;
 
     // A pointer in some C libraries, a number in others.
-    explicit operator bool() const { return std::bit_cast<intptr_t>(descriptor_) != -1; }
+    explicit operator bool() const { return descriptor_ != (iconv_t)-1; }  // NOLINT(performance-no-int-to-ptr)
 
     // Writes whole characters only, and the terminator behind them.
     int convert(const char *in, char *out, size_t size) const {
