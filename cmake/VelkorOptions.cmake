@@ -11,6 +11,8 @@ set(VELKOR_SANITIZE "" CACHE STRING "Sanitizers to build with, for example addre
 
 # GCC's C driver would otherwise be handed the C++ library for every target that holds C++ code.
 set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")
+# And the C++ driver the C library, in front of the compiler's unwinder: some have names in it that are the unwinder's.
+set(CMAKE_C_IMPLICIT_LINK_LIBRARIES "")
 
 # ccache only where it is installed: a build must not need it.
 find_program(VELKOR_CCACHE ccache)
