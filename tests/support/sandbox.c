@@ -401,10 +401,26 @@ static void close_directories(void) {
     closedir(descriptors);
 }
 
+// Through a descriptor of the machine's /dev/null its owner and mode can be changed, as some services do that give up
+// their rights. The sandbox's own refuses that.
+static void take_own_null(void) {
+    int own = open("/dev/null", O_RDWR | O_CLOEXEC);
+    struct stat null;
+    need(own >= 0 && fstat(own, &null) == 0, "/dev/null");
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+        struct stat status;
+        if (fstat(descriptor, &status) == 0 && S_ISCHR(status.st_mode) && status.st_rdev == null.st_rdev)
+            need(dup2(own, descriptor) == descriptor, "/dev/null");
+    }
+    if (own > STDERR_FILENO)
+        close(own);
+}
+
 static int be_first_process(const struct Request *request) {
     umask(022);
     close_directories();
     enter_files(request);
+    take_own_null();
     enter_user_namespace();
     need(prctl(PR_SET_PDEATHSIG, SIGKILL) == 0, "an end with its parent");
     bring_loopback_up();

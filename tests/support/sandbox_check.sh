@@ -64,6 +64,7 @@ inside() { # SCRATCH-FILE... : files of the machine
         [ ! -e "/proc/$setting" ] || refused open_to_write "/proc/$setting"
     done
     refused test -e /proc/self/fd/9 # a directory that was open outside
+    refused chmod 666 "/proc/$$/fd/0" # the device that was
     granted test "$(stat -L -c %d:%i /proc/1/root)" = "$(stat -c %d:%i /)"
     granted nsenter --mount=/proc/1/ns/mnt test -e /dvr/swap_ctrl.sh
     refused nsenter --mount=/proc/1/ns/mnt test -e "$1"
@@ -113,7 +114,7 @@ try() { # WHO RUNNER...
     mkdir -m 777 "$work/$who" "$work/$who.disk"
     # shellcheck disable=SC2086 # lists of words
     if ! WRITABLE=$work/$who "$@" "$copy/tests/support/sandbox.sh" --write "$work/$who" --disk "$work/$who.disk" \
-        "$copy/tests/support/sandbox_check.sh" --inside $scratches 9</; then
+        "$copy/tests/support/sandbox_check.sh" --inside $scratches 9</ </dev/null; then
         echo "the sandbox does not hold: $who"
         failed=1
     fi
